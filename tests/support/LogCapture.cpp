@@ -1,0 +1,97 @@
+#include "LogCapture.h"
+
+#include <android/log.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+namespace rux::test {
+
+namespace {
+
+std::mutex gMutex;
+std::condition_variable gCond;
+std::vector<LogLine> gLines;  // guarded by gMutex
+
+void captureLogger(const struct __android_logger_data* data, const char* message) {
+    LogLine line;
+    line.priority = data->priority;
+    line.tag = data->tag ? data->tag : LogCapture::kNullTag;
+    line.text = message ? message : "";
+    if (std::getenv("RUX_TEST_LOG_STDERR") != nullptr)
+        std::fprintf(stderr, "%d/%s: %s\n", line.priority, line.tag.c_str(), line.text.c_str());
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        gLines.push_back(std::move(line));
+    }
+    gCond.notify_all();
+}
+
+void installOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        __android_log_set_default_tag(LogCapture::kNullTag);
+        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+        __android_log_set_logger(captureLogger);
+    });
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    installOnce();
+    clear();
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> lock(gMutex);
+    return gLines;
+}
+
+std::vector<LogLine> LogCapture::matching(const std::string& needle) const {
+    std::vector<LogLine> out;
+    for (auto& l : lines())
+        if (l.text.find(needle) != std::string::npos) out.push_back(l);
+    return out;
+}
+
+LogLine LogCapture::findEndingWith(const std::string& suffix) const {
+    for (auto& l : lines()) {
+        if (l.text.size() >= suffix.size() &&
+            l.text.compare(l.text.size() - suffix.size(), suffix.size(), suffix) == 0)
+            return l;
+    }
+    return LogLine{-1, "", ""};
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> lock(gMutex);
+    gLines.clear();
+}
+
+bool LogCapture::waitFor(const std::function<bool(const std::vector<LogLine>&)>& predicate,
+                         std::chrono::milliseconds timeout) const {
+    std::unique_lock<std::mutex> lock(gMutex);
+    return gCond.wait_for(lock, timeout, [&] { return predicate(gLines); });
+}
+
+bool LogCapture::waitForText(const std::string& needle, std::chrono::milliseconds timeout) const {
+    return waitFor(
+        [&](const std::vector<LogLine>& ls) {
+            for (auto& l : ls)
+                if (l.text.find(needle) != std::string::npos) return true;
+            return false;
+        },
+        timeout);
+}
+
+std::string LogCapture::dump() const {
+    std::string out;
+    for (auto& l : lines())
+        out += std::to_string(l.priority) + "/" + l.tag + ": " + l.text + "\n";
+    return out;
+}
+
+}  // namespace rux::test
