@@ -1,15 +1,44 @@
+// Log: the fronts (addLogRecord, printToAdb, dMapLog), the record queue with its
+// dumper thread, the log timer thread, the log plug-in and the encrypted log files.
+//
+// Lifecycle: the object is built when the library loads and never freed. init() runs
+// under the record mutex and moves the phase from idle to running; release() takes the
+// thread handles under the same mutex (phase stopping), posts SHUTDOWN, wakes the timer
+// and joins both threads outside the mutex (the dumper logs, so it needs the mutex to
+// finish); only then is the phase idle again. A second init while running or stopping
+// only replaces the tag.
+//
+// The timer waits on a POSIX semaphore so that the SIGUSR1 handler can wake it: the
+// handler only stores the signal number and posts (both async-signal-safe), and the
+// timer thread writes the "Received signal" line.
 #include "log/Log.h"
 
 #include <android/log.h>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <errno.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <thread>
 
+#include <cutils/properties.h>
+
+#include "log/CryptoUtil.h"
 #include "log/DiagCmdProcessor.h"
+#include "log/LogFileFormat.h"
 #include "log/LogFormat.h"
+#include "log/LogSeams.h"
 
 namespace rux {
 
@@ -22,12 +51,83 @@ std::atomic<Log::DecodeBufferFn> Log::ruxDecodeBuffer{nullptr};
 namespace {
 
 constexpr char kLevelLetters[] = "XXVDIWEF";
+constexpr const char* kLoggingProperty = "persist.vendor.data.rux.logging";
+constexpr const char* kPermsProperty = "persist.vendor.data.rux.log_perms";
+constexpr const char* kDeviceLogRoot = "/data/vendor/rux_logs";
+constexpr const char* kMainDir = "/main";
+constexpr const char* kOtherDir = "/other";
+constexpr const char* kConfigFile = "/config/rux_log_config";
+constexpr const char* kFilePrefix = "rux_log_";
+constexpr const char* kSkipConfig = "rux_log_config";
+constexpr const char* kSkipTrace = "rux_log_trace";
+constexpr const char* kPluginName = "libruxalog.so";
+constexpr long long kDefaultTimerPeriodMs = 30000;
+constexpr int kStaleAgeSeconds = 3600;
+constexpr size_t kFilesKept = 3;
+constexpr size_t kMaxConfigBytes = 64 * 1024;
 
 // Set while a record line is being built on this thread, so that the line reporting
 // a failed time conversion does not try to build a record line of its own.
 thread_local bool tBuildingEntry = false;
+// Set while a record is being encrypted on this thread: a line logged from inside
+// the encryption (a failing random source) is not encrypted again.
+thread_local bool tEncrypting = false;
 
 unsigned long currentTid() { return static_cast<unsigned long>(syscall(SYS_gettid)); }
+
+// Wakes the log timer: release() to stop it, the SIGUSR1 handler to have it log.
+struct TimerWake {
+    sem_t sem;
+    std::atomic<bool> stopRequested{false};
+    std::atomic<int> pendingSignal{0};
+    TimerWake() { sem_init(&sem, 0, 0); }
+    void drain() {
+        while (sem_trywait(&sem) == 0) {
+        }
+    }
+};
+static_assert(std::atomic<int>::is_always_lock_free, "the signal handler needs a lock-free int");
+TimerWake gTimerWake;
+
+#if RUX_PLATFORM_HOST
+std::atomic<long long> gTimerPeriodMs{kDefaultTimerPeriodMs};
+std::mutex gSeamMutex;
+std::string gLogRootOverride;    // guarded by gSeamMutex
+std::string gPluginPathOverride; // guarded by gSeamMutex
+#endif
+
+long long timerPeriodMs() {
+#if RUX_PLATFORM_HOST
+    return gTimerPeriodMs.load();
+#else
+    return kDefaultTimerPeriodMs;
+#endif
+}
+
+std::string logRoot() {
+#if RUX_PLATFORM_HOST
+    {
+        std::lock_guard<std::mutex> lock(gSeamMutex);
+        if (!gLogRootOverride.empty()) return gLogRootOverride;
+    }
+    const char* env = std::getenv("RUX_LOG_ROOT");
+    if (env != nullptr && *env != '\0') return env;
+#endif
+    return kDeviceLogRoot;
+}
+
+std::string pluginPath() {
+#if RUX_PLATFORM_HOST
+    std::lock_guard<std::mutex> lock(gSeamMutex);
+    if (!gPluginPathOverride.empty()) return gPluginPathOverride;
+#endif
+    return kPluginName;
+}
+
+bool fileExists(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0;
+}
 
 // The Log object is built when the library loads and is never freed: threads that
 // are still logging while the process exits keep a valid object. Unloading stops the
@@ -38,6 +138,53 @@ struct LogLifetime {
 } gLogLifetime;
 
 }  // namespace
+
+#if RUX_PLATFORM_HOST
+namespace log {
+void setTimerPeriod(std::chrono::milliseconds period) { gTimerPeriodMs.store(period.count()); }
+void setLogRoot(const std::string& root) {
+    std::lock_guard<std::mutex> lock(gSeamMutex);
+    gLogRootOverride = root;
+}
+void setPluginPath(const std::string& path) {
+    std::lock_guard<std::mutex> lock(gSeamMutex);
+    gPluginPathOverride = path;
+}
+}  // namespace log
+#endif
+
+struct Log::State {
+    enum class Phase { kIdle, kRunning, kStopping };
+
+    std::recursive_mutex recordMutex;
+    utils::ThreadSafeQueue<std::shared_ptr<LogRecord>> records;
+    utils::ThreadSafeQueue<DumpRequestType> dumpRequests;
+
+    // Lifecycle, guarded by recordMutex (initialized is also read without it).
+    Phase phase = Phase::kIdle;
+    std::atomic<bool> initialized{false};
+    std::thread dumperThread;
+    std::thread timerThread;
+
+    std::shared_ptr<const std::string> tag = std::make_shared<const std::string>();  // atomic access
+    std::atomic<bool> bufferedDiag{false};
+    std::atomic<bool> dmapDebugOff{false};
+    std::atomic<bool> dmapOff{false};
+    std::atomic<bool> encryptionActive{false};
+    std::atomic<bool> groupWritable{false};
+
+    // The log files, guarded by recordMutex.
+    std::vector<uint8_t> aesKey;
+    std::vector<uint8_t> fileHeader;
+    int recordsInFile = 0;
+    int fileIndex = 0;
+    uint64_t maxRecordsPerFile = logfile::kDefaultMaxRecords;
+    uint64_t maxFiles = logfile::kDefaultMaxFiles;
+    std::string currentFileName;
+    std::string fileTag;
+};
+
+using Lock = std::lock_guard<std::recursive_mutex>;
 
 const char* dumpRequestName(int type) {
     switch (type) {
@@ -50,10 +197,19 @@ const char* dumpRequestName(int type) {
     }
 }
 
+void eintrTestHandler(int sig) {
+    gTimerWake.pendingSignal.store(sig);
+    sem_post(&gTimerWake.sem);
+}
+
+Log::Log() : mState(new State()) {}
+
 Log& Log::getInstance() {
     static Log* const instance = new Log();
     return *instance;
 }
+
+// --- records -----------------------------------------------------------------
 
 void Log::LogRecord::init(int lvl, const std::string& msg) {
     level = lvl;
@@ -89,19 +245,20 @@ std::string Log::LogRecord::getDiagEntry() const {
     return std::string(line);
 }
 
-std::string Log::tag() const { return *std::atomic_load(&mTag); }
+std::string Log::tag() const { return *std::atomic_load(&mState->tag); }
 
 void Log::setTag(const std::string& tag) {
-    std::atomic_store(&mTag, std::make_shared<const std::string>(tag));
+    std::atomic_store(&mState->tag, std::make_shared<const std::string>(tag));
 }
 
 void Log::postDumpIfQueueFull() {
-    if (mRecords.size() > kQueueDumpThreshold) addDumpRequest(BUFFER_IS_FULL);
+    if (mState->records.size() > kQueueDumpThreshold) addDumpRequest(BUFFER_IS_FULL);
 }
 
 void Log::addLogRecord(int level, const char* tag, const char* file, const char* function,
                        int line, const char* format, ...) {
-    std::lock_guard<std::recursive_mutex> lock(mRecordMutex);
+    State& s = *mState;
+    Lock lock(s.recordMutex);
     va_list args;
     va_start(args, format);
     const std::string text = log::formatMessage(tag, file, function, line, format, args);
@@ -118,12 +275,12 @@ void Log::addLogRecord(int level, const char* tag, const char* file, const char*
     postDumpIfQueueFull();
     auto record = std::make_shared<LogRecord>();
     record->init(level, text);
-    if (mEncryptionActive.load()) encryptLogMsg(record->getDiagEntry(), mCurrentFileName);
-    if (!mBufferedDiag.load()) {
+    if (s.encryptionActive.load()) encryptLogMsg(record->getDiagEntry(), s.currentFileName);
+    if (!s.bufferedDiag.load()) {
         const std::string entry = record->getDiagEntry();
         if (!entry.empty()) writeToDiag(entry);
     } else {
-        mRecords.push(std::move(record));
+        s.records.push(std::move(record));
     }
 }
 
@@ -137,7 +294,21 @@ void Log::printToAdb(int level, const char* tag, const char* file, const char* f
     postDumpIfQueueFull();
     auto record = std::make_shared<LogRecord>();
     record->init(level, text);
-    mRecords.push(std::move(record));
+    mState->records.push(std::move(record));
+}
+
+void Log::dMapLog(int level, const std::string& message) {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    if (s.dmapOff.load() || (s.dmapDebugOff.load() && level == ANDROID_LOG_DEBUG)) return;
+    if (AlogFn alog = rux_alog_fn.load()) alog(level, "DMAP", "%s", message.c_str());
+    postDumpIfQueueFull();
+    auto record = std::make_shared<LogRecord>();
+    record->isDmap = true;
+    record->init(level, message);
+    if (s.encryptionActive.load()) encryptLogMsg(record->getDiagEntry(), s.currentFileName);
+    const std::string entry = record->getDiagEntry();
+    if (!entry.empty()) writeToDiag(entry);
 }
 
 #pragma GCC diagnostic push
@@ -175,14 +346,365 @@ void Log::printKPI(const std::string&) {}
 
 void Log::printVersion() { RUX_LOG(4, "RUX", "version %s", kVersion); }
 
-void Log::addDumpRequest(DumpRequestType type) { mDumpRequests.push(type); }
+void Log::addDumpRequest(DumpRequestType type) { mState->dumpRequests.push(type); }
 
 void Log::writeToDiag(const std::string& line) { DiagCmdProcessor::getInstance()->writeToDiag(line); }
 
-void Log::encryptLogMsg(const std::string&, const std::string&) {
-    // Encrypted log files are written once log encryption is initialised.
+// --- lifecycle -----------------------------------------------------------------
+
+void Log::init(const char* tag) {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    setTag(tag != nullptr ? tag : "");
+    if (tag == nullptr) RUX_LOG(6, "RUX", "init without a tag");
+    if (s.phase != State::Phase::kIdle) return;
+
+    // No dumper or timer runs now: a SHUTDOWN or a stop left by a release without
+    // threads would end the new ones at once.
+    s.dumpRequests.removeIf([](DumpRequestType t) { return t == SHUTDOWN; });
+    gTimerWake.stopRequested.store(false);
+    gTimerWake.drain();
+    // The files of an earlier init are done with; the lines of this one start afresh.
+    s.encryptionActive.store(false);
+    s.recordsInFile = 0;
+    s.fileIndex = 0;
+
+    const int32_t bits = property_get_int32(kLoggingProperty, 0);
+    s.bufferedDiag.store((bits & 0x1) != 0);
+    s.dmapDebugOff.store((bits & 0x6) != 0);
+    s.dmapOff.store((bits & 0x4) != 0);
+    s.groupWritable.store(property_get_bool(kPermsProperty, 0) != 0);
+
+    DiagCmdProcessor::getInstance()->initialize(
+        [this](uint8_t* request, uint16_t length, std::vector<uint8_t>& response) {
+            const bool decoded = decodeBuff(request, length, response);
+            addDumpRequest(USER_COMMAND);
+            return decoded;
+        });
+    loadPlugin();
+    initLogEncryption();
+
+    try {
+        s.dumperThread = std::thread(&Log::dumper, this);
+        s.timerThread = std::thread(&Log::timerLoop, this);
+    } catch (const std::system_error& e) {
+        RUX_LOG(6, "RUX", "cannot start the log threads: %s", e.what());
+    }
+    s.phase = State::Phase::kRunning;
+    s.initialized.store(true);
+    printVersion();
 }
 
-void Log::release() { addDumpRequest(SHUTDOWN); }
+void Log::release() {
+    State& s = *mState;
+    std::thread dumperThread;
+    std::thread timerThread;
+    {
+        Lock lock(s.recordMutex);
+        addDumpRequest(SHUTDOWN);
+        gTimerWake.stopRequested.store(true);
+        sem_post(&gTimerWake.sem);
+        if (s.phase != State::Phase::kRunning) return;  // idle, or another release waits
+        s.phase = State::Phase::kStopping;
+        dumperThread = std::move(s.dumperThread);
+        timerThread = std::move(s.timerThread);
+    }
+    for (std::thread* t : {&timerThread, &dumperThread}) {
+        if (!t->joinable()) continue;
+        if (t->get_id() == std::this_thread::get_id())
+            t->detach();  // released from a log thread: it ends by itself
+        else
+            t->join();
+    }
+    Lock lock(s.recordMutex);
+    s.phase = State::Phase::kIdle;
+    s.initialized.store(false);
+}
+
+void Log::dumper() {
+    State& s = *mState;
+    for (;;) {
+        try {
+            const DumpRequestType request = s.dumpRequests.waitAndPop();
+            if (request == SHUTDOWN) return;  // records still queued stay unsent
+            const auto start = std::chrono::steady_clock::now();
+            while (auto record = s.records.tryPop()) {
+                const std::string entry = (*record)->getDiagEntry();
+                if (!entry.empty()) writeToDiag(entry);
+            }
+            const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+                std::chrono::steady_clock::now() - start);
+            RUX_LOG(3, "RUX", "Dump completed, request type: %s, elapsed time = %d ms",
+                    dumpRequestName(request), static_cast<int>(elapsed.count()));
+        } catch (...) {
+            // Out of memory while draining: the next request tries again.
+        }
+    }
+}
+
+void Log::timerLoop() {
+    for (;;) {
+        timespec deadline{};
+        clock_gettime(CLOCK_REALTIME, &deadline);
+        const long long periodMs = timerPeriodMs();
+        deadline.tv_sec += static_cast<time_t>(periodMs / 1000);
+        deadline.tv_nsec += static_cast<long>((periodMs % 1000) * 1000000);
+        if (deadline.tv_nsec >= 1000000000L) {
+            deadline.tv_sec += 1;
+            deadline.tv_nsec -= 1000000000L;
+        }
+        for (;;) {
+            if (sem_timedwait(&gTimerWake.sem, &deadline) == 0) {
+                if (gTimerWake.stopRequested.exchange(false)) return;
+                if (const int sig = gTimerWake.pendingSignal.exchange(0)) {
+                    try {
+                        RUX_LOG(4, "RUX", "Received signal %d", sig);
+                    } catch (...) {
+                    }
+                }
+                continue;  // same deadline
+            }
+            if (errno == EINTR) continue;
+            break;  // ETIMEDOUT (or a broken deadline): the period is over
+        }
+        addDumpRequest(LOGGING_TIMER_EXPIRED);
+    }
+}
+
+// --- plug-in and diagnostic commands ---------------------------------------------
+
+void Log::loadPlugin() {
+    rux_alog_fn.store(nullptr);
+    ruxGetPersistSetting.store(nullptr);
+    ruxDecodeBuffer.store(nullptr);
+    void* handle = dlopen(pluginPath().c_str(), RTLD_NOW);
+    _libalog_handle.store(handle);
+    if (handle == nullptr) {
+        RUX_LOG(6, "RUX", "cannot open libruxalog.so");
+        return;
+    }
+    dlerror();
+    void* alog = dlsym(handle, "alog");
+    if (dlerror() != nullptr || alog == nullptr) {
+        RUX_LOG(6, "RUX", "cannot find main function");
+        dlclose(handle);
+        return;
+    }
+    rux_alog_fn.store(reinterpret_cast<AlogFn>(alog));
+    void* persist = dlsym(handle, "getPersistSetting");
+    if (dlerror() != nullptr || persist == nullptr) {
+        RUX_LOG(6, "RUX", "cannot find debug cmd function");
+        return;
+    }
+    ruxGetPersistSetting.store(reinterpret_cast<PersistSettingFn>(persist));
+    void* decode = dlsym(handle, "decodeBuffer");
+    if (dlerror() != nullptr || decode == nullptr) {
+        RUX_LOG(6, "RUX", "cannot find debug cmd function");
+        return;
+    }
+    ruxDecodeBuffer.store(reinterpret_cast<DecodeBufferFn>(decode));
+
+    // No SA_RESTART: the signal is meant to interrupt blocking calls.
+    struct sigaction action {};
+    action.sa_handler = eintrTestHandler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;
+    sigaction(SIGUSR1, &action, nullptr);
+}
+
+bool Log::decodeBuff(uint8_t* request, uint16_t length, std::vector<uint8_t>& output) {
+    if (request == nullptr || length == 0) return false;
+    constexpr uint16_t kOutputSize = 64;
+    output.assign(kOutputSize, 0);
+    uint16_t outputLength = kOutputSize;
+    bool decoded = false;
+    if (DecodeBufferFn decode = ruxDecodeBuffer.load())
+        decoded = decode(request, length, output.data(), &outputLength);
+    RUX_LOG(3, "RUX", "outputlen:%d ", outputLength);
+    if (decoded) output.resize(std::min(outputLength, kOutputSize));
+    return decoded;
+}
+
+bool Log::getPersistSetting(uint8_t& setting, std::vector<uint8_t>& output) {
+    PersistSettingFn get = ruxGetPersistSetting.load();
+    if (get == nullptr) return false;
+    constexpr int kOutputSize = 50;
+    output.assign(kOutputSize, 0);
+    const int n = get(setting, output.data());
+    if (n >= 1) output.resize(static_cast<size_t>(std::min(n, kOutputSize)));
+    return true;
+}
+
+// --- encrypted log files ---------------------------------------------------------
+
+void Log::initLogEncryption() {
+    State& s = *mState;
+    FILE* f = std::fopen((logRoot() + kConfigFile).c_str(), "rb");
+    if (f == nullptr) return;  // no configuration: encryption stays off
+    std::vector<uint8_t> bytes(kMaxConfigBytes);
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), f));
+    std::fclose(f);
+
+    const logfile::Config config = logfile::decodeConfig(bytes);
+    s.maxRecordsPerFile = logfile::clampMaxRecords(config.maxRecordsPerFile);
+    s.maxFiles = logfile::clampMaxFiles(config.maxFiles);
+
+    CryptoUtil crypto;
+    if (!crypto.initializeRsaEncryption(s.aesKey, s.fileHeader, config.publicKeyPem)) {
+        RUX_ADB_LOG(6, "RUX", "C-Logging Init failed");
+        return;
+    }
+    prepareLogFiles();
+    s.encryptionActive.store(true);
+}
+
+void Log::prepareLogFiles() {
+    State& s = *mState;
+    // The folder normally exists on the device; a fresh host root may lack it.
+    if (s.groupWritable.load()) umask(002);
+    ::mkdir(getLogFilePath().c_str(), 0770);
+    checkExistingFiles();
+    s.fileTag = getFileTag();
+    createNewlogFileName();
+    if (fileExists(s.currentFileName)) std::remove(s.currentFileName.c_str());
+    writeToFile(s.fileHeader, s.currentFileName);
+}
+
+std::string Log::getFileTag() const {
+    const std::string t = tag();
+    return t == "rux" ? "p0" : t;
+}
+
+std::string Log::getLogFilePath() const {
+    return logRoot() + (tag() == "rux" ? kMainDir : kOtherDir);
+}
+
+bool Log::createNewlogFileName() {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    s.currentFileName =
+        getLogFilePath() + "/" + kFilePrefix + s.fileTag + "_0" + std::to_string(s.fileIndex);
+    if (s.groupWritable.load()) umask(002);
+    if (FILE* f = std::fopen(s.currentFileName.c_str(), "ab")) std::fclose(f);
+    return true;
+}
+
+void Log::checkExistingFiles() {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    const std::string dirPath = getLogFilePath();
+    DIR* dir = opendir(dirPath.c_str());
+    if (dir == nullptr) return;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::string wanted = std::string(kFilePrefix) + s.fileTag;
+    std::map<int, std::string> filesByAge;
+    while (const dirent* entry = readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name == kSkipConfig || name == kSkipTrace) continue;
+        if (name.find(wanted) == std::string::npos) continue;
+        const std::string path = dirPath + "/" + name;
+        struct stat st {};
+        if (::stat(path.c_str(), &st) != 0) continue;
+        const long long age = std::max<long long>(now.tv_sec - st.st_mtime, 0);
+        filesByAge.emplace(static_cast<int>(std::min<long long>(age, INT32_MAX)), path);
+    }
+    closedir(dir);
+    if (!filesByAge.empty()) reviewExistingFiles(filesByAge);
+}
+
+void Log::reviewExistingFiles(const std::map<int, std::string>& filesByAge) {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    if (filesByAge.empty()) return;
+    const std::string& newest = filesByAge.begin()->second;
+    // Only the last digit counts; anything else than a digit starts again at 0.
+    const int next = newest.empty() ? 0 : newest.back() - '0' + 1;
+    s.fileIndex = (next >= 0 && static_cast<uint64_t>(next) < s.maxFiles) ? next : 0;
+
+    if (filesByAge.size() > kFilesKept) {
+        size_t position = 0;
+        for (const auto& [age, path] : filesByAge)
+            if (++position > kFilesKept) std::remove(path.c_str());
+        return;
+    }
+    for (const auto& [age, path] : filesByAge)
+        if (age > kStaleAgeSeconds) std::remove(path.c_str());
+}
+
+void Log::writeToFile(const std::vector<uint8_t>& bytes, const std::string& fileName) {
+    if (bytes.empty()) return;
+    if (mState->groupWritable.load()) umask(002);
+    FILE* f = std::fopen(fileName.c_str(), "ab");
+    if (f == nullptr) return;
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+}
+
+void Log::encryptLogMsg(const std::string& line, const std::string& fileName) {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    if (tEncrypting) return;
+    tEncrypting = true;
+    struct Reset {
+        ~Reset() { tEncrypting = false; }
+    } reset;
+    // The caller's name, taken before rotating: the record that triggers a rotation
+    // still lands in the old file.
+    const std::string target = fileName;
+
+    if (static_cast<uint64_t>(s.recordsInFile) > s.maxRecordsPerFile) {
+        s.recordsInFile = 0;
+        s.fileIndex += 1;
+        createNewlogFileName();
+        if (fileExists(s.currentFileName)) std::remove(s.currentFileName.c_str());
+        writeToFile(s.fileHeader, s.currentFileName);
+        if (static_cast<uint64_t>(s.fileIndex) >= s.maxFiles) {
+            s.fileIndex = 0;
+            const std::string first =
+                getLogFilePath() + "/" + kFilePrefix + s.fileTag + "_00";
+            if (fileExists(first)) std::remove(first.c_str());
+        }
+    }
+
+    CryptoUtil crypto;
+    const std::vector<uint8_t> plain(line.begin(), line.end());
+    std::vector<uint8_t> cipher, iv, tag;
+    if (!crypto.encryptMsg2(plain, s.aesKey, cipher, iv, tag)) return;
+    writeToFile(logfile::encodeRecord(iv, tag, cipher), target);
+    s.recordsInFile += 1;
+}
+
+// --- observers -------------------------------------------------------------------
+
+bool Log::initialized() const { return mState->initialized.load(); }
+size_t Log::queuedRecords() const { return mState->records.size(); }
+size_t Log::pendingDumpRequests() const { return mState->dumpRequests.size(); }
+bool Log::bufferedDiag() const { return mState->bufferedDiag.load(); }
+bool Log::dmapDebugOff() const { return mState->dmapDebugOff.load(); }
+bool Log::dmapOff() const { return mState->dmapOff.load(); }
+bool Log::groupWritable() const { return mState->groupWritable.load(); }
+bool Log::encryptionActive() const { return mState->encryptionActive.load(); }
+
+int Log::fileIndex() const {
+    Lock lock(mState->recordMutex);
+    return mState->fileIndex;
+}
+int Log::recordsInFile() const {
+    Lock lock(mState->recordMutex);
+    return mState->recordsInFile;
+}
+uint64_t Log::maxRecordsPerFile() const {
+    Lock lock(mState->recordMutex);
+    return mState->maxRecordsPerFile;
+}
+uint64_t Log::maxFiles() const {
+    Lock lock(mState->recordMutex);
+    return mState->maxFiles;
+}
+std::string Log::currentFileName() const {
+    Lock lock(mState->recordMutex);
+    return mState->currentFileName;
+}
 
 }  // namespace rux

@@ -45,6 +45,15 @@ public:
         return value;
     }
 
+    // Removes every element for which `pred` holds; returns how many went.
+    template <typename Pred>
+    size_t removeIf(Pred pred) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        const size_t before = mItems.size();
+        for (auto it = mItems.begin(); it != mItems.end();) it = pred(*it) ? mItems.erase(it) : it + 1;
+        return before - mItems.size();
+    }
+
     void clear() {
         std::lock_guard<std::mutex> lock(mMutex);
         mItems.clear();

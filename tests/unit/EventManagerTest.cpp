@@ -1,0 +1,462 @@
+// EventManager over real socket pairs and eventfds: registration, dispatch, deferred
+// and immediate removal, the approved list, wake-ups, removal from other threads and
+// from inside callbacks, and the fatal set-up failures.
+#include <android/log.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "event/EventManager.h"
+#include "event/RuxTimer.h"
+
+namespace {
+
+using rux::test::LogCapture;
+using rux::utils::EventManager;
+using rux::utils::RuxTimer;
+using namespace std::chrono_literals;
+
+constexpr auto kDeadline = 10s;
+
+bool isOpen(int fd) {
+    return fcntl(fd, F_GETFD) != -1;
+}
+
+// A connected pair; `local` is what the manager watches. Whoever closes an end sets it
+// to -1 here so that nothing is closed twice.
+struct SocketPair {
+    int local = -1;
+    int peer = -1;
+    SocketPair() {
+        int fds[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds), 0);
+        local = fds[0];
+        peer = fds[1];
+    }
+    ~SocketPair() {
+        if (local >= 0) close(local);
+        if (peer >= 0) close(peer);
+    }
+    void poke() const { ASSERT_EQ(send(peer, "x", 1, MSG_NOSIGNAL), 1); }
+    void closePeer() {
+        close(peer);
+        peer = -1;
+    }
+    // True once the manager has closed `local`: the peer reads end-of-file (or a
+    // reset, when `local` still held unread data).
+    bool peerSeesClose() const {
+        pollfd p{peer, POLLIN, 0};
+        if (poll(&p, 1, static_cast<int>(std::chrono::milliseconds(kDeadline).count())) != 1)
+            return false;
+        char c;
+        const ssize_t r = read(peer, &c, 1);
+        return r == 0 || (r < 0 && errno == ECONNRESET);
+    }
+};
+
+// What the callbacks saw, in order, as short strings ("event 7", "close 7").
+struct Journal {
+    std::mutex m;
+    std::vector<std::string> entries;
+    std::function<void(int)> onEvent;  // optional extra work inside the event callback
+    std::function<void(int)> onClose;
+
+    void add(const std::string& s) {
+        std::lock_guard<std::mutex> lock(m);
+        entries.push_back(s);
+    }
+    std::vector<std::string> snapshot() {
+        std::lock_guard<std::mutex> lock(m);
+        return entries;
+    }
+    static void event(int fd, void* self) {
+        auto* j = static_cast<Journal*>(self);
+        char buf[64];
+        while (read(fd, buf, sizeof(buf)) > 0) {
+        }
+        j->add("event " + std::to_string(fd));
+        if (j->onEvent) j->onEvent(fd);
+    }
+    static void closed(int fd, void* self) {
+        auto* j = static_cast<Journal*>(self);
+        j->add("close " + std::to_string(fd));
+        if (j->onClose) j->onClose(fd);
+    }
+};
+
+class EventManagerTest : public ::testing::Test {
+protected:
+    EventManagerTest() {
+        deadline_.addTimedCallback(
+            10000, [](void*) { return 0; }, nullptr);
+    }
+
+    // One loop pass that gives up after the deadline instead of hanging when an
+    // expected event never comes.
+    void pass() { em_.processEvents(&deadline_); }
+
+    std::string line(const std::string& fmt, int fd) {
+        char buf[256];
+        snprintf(buf, sizeof(buf), fmt.c_str(), fd);
+        return buf;
+    }
+
+    LogCapture capture_;
+    EventManager em_;
+    Journal journal_;
+    RuxTimer deadline_;
+};
+
+TEST_F(EventManagerTest, FreshManagerCountsNoDescriptorsOfItsOwn) {
+    EXPECT_EQ(em_.getNumRegisteredFds(), 0);
+    SocketPair a, b;
+    ASSERT_TRUE(em_.addEventHandler(a.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    ASSERT_TRUE(em_.addEventHandler(b.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    capture_.clear();
+    EXPECT_EQ(em_.getNumRegisteredFds(), 2);
+    EXPECT_TRUE(capture_.contains(line("Approved FD: %d", a.local))) << capture_.dump();
+    EXPECT_TRUE(capture_.contains(line("Approved FD: %d", b.local)));
+    EXPECT_EQ(capture_.matching("Approved FD: ").size(), 4u);  // plus the two eventfds
+    em_.removeEventHandler(a.local, false, nullptr, nullptr);
+    em_.removeEventHandler(b.local, false, nullptr, nullptr);
+}
+
+TEST_F(EventManagerTest, SecondAddOfTheSameDescriptorFailsAndKeepsTheFirstHandler) {
+    SocketPair sp;
+    Journal other;
+    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    EXPECT_FALSE(em_.addEventHandler(sp.local, Journal::event, &other, nullptr, EPOLLIN));
+    const auto warn = capture_.findEndingWith(line("fd=%d is already in handlers", sp.local));
+    EXPECT_EQ(warn.priority, ANDROID_LOG_WARN) << capture_.dump();
+    EXPECT_EQ(warn.tag, LogCapture::kNullTag);
+
+    sp.poke();
+    pass();
+    EXPECT_EQ(journal_.snapshot(), std::vector<std::string>{"event " + std::to_string(sp.local)});
+    EXPECT_TRUE(other.snapshot().empty());
+    em_.removeEventHandler(sp.local, false, nullptr, nullptr);
+}
+
+// Deferred removal: dispatch stops at once, the closeCallback runs on the caller,
+// and the next pass takes the descriptor out of epoll and closes it as asked.
+TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
+    struct Case {
+        const char* name;
+        bool closeFd;
+        bool withCloseFn;
+        bool expectClosed;
+    } cases[] = {
+        {"kept open", false, false, false},
+        {"closed by the manager", true, false, true},
+        {"closeFn instead of close", true, true, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        SocketPair sp, tick;
+        Journal journal;
+        void* seenCloseData = nullptr;
+        int closeFnCalls = 0;
+        ASSERT_TRUE(
+            em_.addEventHandler(sp.local, Journal::event, &journal, Journal::closed, EPOLLIN));
+        ASSERT_TRUE(em_.addEventHandler(tick.local, Journal::event, &journal, nullptr, EPOLLIN));
+        sp.poke();
+        em_.removeEventHandler(sp.local, c.closeFd,
+                               c.withCloseFn ? EventManager::CloseFn([&](void* d) {
+                                   ++closeFnCalls;
+                                   seenCloseData = d;
+                               })
+                                             : nullptr,
+                               &journal);
+        EXPECT_EQ(journal.snapshot(),
+                  std::vector<std::string>{"close " + std::to_string(sp.local)});
+        EXPECT_FALSE(em_.isApprovedFd(sp.local));
+
+        capture_.clear();
+        tick.poke();
+        pass();  // removeFd and tick are ready; sp is not dispatched
+        EXPECT_EQ(journal.snapshot().back(), "event " + std::to_string(tick.local));
+        EXPECT_EQ(journal.snapshot().size(), 2u);
+        EXPECT_TRUE(capture_.contains(line("removing %d from epollFd", sp.local)))
+            << capture_.dump();
+        EXPECT_EQ(capture_.contains(line("Closed %d", sp.local)), c.closeFd);
+        EXPECT_EQ(closeFnCalls, c.withCloseFn ? 1 : 0);
+        if (c.withCloseFn) {
+            EXPECT_EQ(seenCloseData, &journal);
+        }
+        if (c.expectClosed) {
+            EXPECT_TRUE(sp.peerSeesClose());
+            sp.local = -1;
+        } else {
+            EXPECT_TRUE(isOpen(sp.local));
+            // Out of epoll: more data does not wake the loop for it.
+            sp.poke();
+            tick.poke();
+            pass();
+            EXPECT_EQ(journal.snapshot().size(), 3u);
+        }
+        em_.removeEventHandler(tick.local, false, nullptr, nullptr);
+        pass();
+    }
+}
+
+TEST_F(EventManagerTest, RemovingTheOwnDescriptorFromInsideTheCallback) {
+    SocketPair sp;
+    journal_.onEvent = [&](int fd) { em_.removeEventHandler(fd, true, nullptr, nullptr); };
+    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    sp.poke();
+    pass();
+    const std::string fd = std::to_string(sp.local);
+    EXPECT_EQ(journal_.snapshot(), (std::vector<std::string>{"event " + fd, "close " + fd}));
+    sp.poke();
+    pass();  // the queued removal
+    EXPECT_TRUE(sp.peerSeesClose());
+    sp.local = -1;
+    EXPECT_EQ(journal_.snapshot().size(), 2u);
+}
+
+// Two descriptors ready in one wait; whichever is dispatched first removes the other,
+// whose event is then dropped by the approval test.
+TEST_F(EventManagerTest, EventOfADescriptorRemovedAfterTheWaitIsDropped) {
+    SocketPair a, b;
+    journal_.onEvent = [&](int fd) {
+        em_.removeEventHandler(fd == a.local ? b.local : a.local, false, nullptr, nullptr);
+    };
+    ASSERT_TRUE(em_.addEventHandler(a.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    ASSERT_TRUE(em_.addEventHandler(b.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    a.poke();
+    b.poke();
+    pass();
+    const auto seen = journal_.snapshot();
+    ASSERT_EQ(seen.size(), 1u);
+    const int removed = seen[0] == "event " + std::to_string(a.local) ? b.local : a.local;
+    const auto drop = capture_.findEndingWith(
+        line("file descriptor %d is not on the approved list, cannot process event", removed));
+    EXPECT_EQ(drop.priority, ANDROID_LOG_ERROR) << capture_.dump();
+    EXPECT_EQ(drop.tag, LogCapture::kNullTag);
+    em_.removeEventHandler(seen[0] == "event " + std::to_string(a.local) ? a.local : b.local, false,
+                           nullptr, nullptr);
+}
+
+// Hang-up, an event without EPOLLIN, and a handler without a callback all take the
+// immediate-removal path: closeCallback first, then closed by the loop in the same pass.
+TEST_F(EventManagerTest, UnusableDescriptorIsClosedInTheSamePass) {
+    struct Case {
+        const char* name;
+        int events;
+        bool withCallback;
+        bool hangUp;
+        const char* expected;
+    } cases[] = {
+        {"hang-up", EPOLLIN, true, true, "file descriptor '%d' sent HUP/ERR."},
+        {"no EPOLLIN", EPOLLOUT, true, false,
+         "Unhandled epoll event: EPOLLOUT  [flags 04]. SHOULD NOT HAPPEN"},
+        {"no callback", EPOLLIN, false, false, "no callback registered fd:%d. SHOULD NOT HAPPEN."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        SocketPair sp;
+        Journal journal;
+        ASSERT_TRUE(em_.addEventHandler(sp.local, c.withCallback ? Journal::event : nullptr,
+                                        &journal, Journal::closed, c.events));
+        if (c.hangUp)
+            sp.closePeer();
+        else
+            sp.poke();
+        capture_.clear();
+        pass();
+
+        const auto err = capture_.findEndingWith(line(c.expected, sp.local));
+        EXPECT_EQ(err.priority, ANDROID_LOG_ERROR) << capture_.dump();
+        EXPECT_EQ(journal.snapshot(),
+                  std::vector<std::string>{"close " + std::to_string(sp.local)});
+        EXPECT_TRUE(capture_.contains(line("Closed %d", sp.local)));
+        EXPECT_FALSE(isOpen(sp.local));
+        EXPECT_FALSE(em_.isApprovedFd(sp.local));
+        sp.local = -1;
+    }
+    EXPECT_EQ(em_.getNumRegisteredFds(), 0);
+}
+
+// Each callback asks another thread to use the manager; that only finishes if the
+// manager's lock is free while the callback runs.
+TEST_F(EventManagerTest, CallbacksRunWithoutTheManagersLock) {
+    std::vector<std::string> lockFree;
+    std::vector<std::future<int>> probes;  // outlive the callbacks: a stuck probe must not
+                                           // block the callback that started it
+    auto probe = [&](const std::string& where) {
+        probes.push_back(std::async(std::launch::async, [&] { return em_.getNumRegisteredFds(); }));
+        lockFree.push_back(where + (probes.back().wait_for(kDeadline) == std::future_status::ready
+                                        ? " free"
+                                        : " held"));
+    };
+    journal_.onEvent = [&](int) { probe("event"); };
+    journal_.onClose = [&](int) { probe("close"); };
+
+    SocketPair removed, hungUp;
+    ASSERT_TRUE(
+        em_.addEventHandler(removed.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    ASSERT_TRUE(
+        em_.addEventHandler(hungUp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    removed.poke();
+    pass();                                                          // event callback
+    em_.removeEventHandler(removed.local, false, nullptr, nullptr);  // closeCallback, caller
+    hungUp.closePeer();
+    pass();  // closeCallback on the loop's immediate-removal path
+    hungUp.local = -1;
+    EXPECT_EQ(lockFree, (std::vector<std::string>{"event free", "close free", "close free"}));
+}
+
+TEST_F(EventManagerTest, TimersRunBeforeDescriptorsInAPass) {
+    RuxTimer timer;
+    struct Ctx {
+        Journal* journal;
+        static int run(void* self) {
+            static_cast<Ctx*>(self)->journal->add("timer");
+            return -1;
+        }
+    } ctx{&journal_};
+    SocketPair sp;
+    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    ASSERT_GT(timer.addTimedCallback(0, Ctx::run, &ctx), 0);
+    sp.poke();
+    em_.processEvents(&timer);
+    EXPECT_EQ(journal_.snapshot(),
+              (std::vector<std::string>{"timer", "event " + std::to_string(sp.local)}));
+    em_.removeEventHandler(sp.local, false, nullptr, nullptr);
+}
+
+TEST_F(EventManagerTest, WakeReleasesABlockedPass) {
+    auto loop = std::async(std::launch::async, [&] { em_.processEvents(nullptr); });
+    em_.wake();
+    ASSERT_EQ(loop.wait_for(kDeadline), std::future_status::ready);
+    EXPECT_TRUE(capture_.contains("wake() EX"));
+    EXPECT_TRUE(journal_.snapshot().empty());
+}
+
+// The loop sits in epoll_wait on its own thread; another thread removes a descriptor.
+// The loop wakes through removeFd and closes it.
+TEST_F(EventManagerTest, RemovalFromAnotherThreadWhileTheLoopWaits) {
+    SocketPair sp;
+    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    std::atomic<bool> stop{false};
+    std::thread loop([&] {
+        while (!stop) em_.processEvents(nullptr);
+    });
+    sp.poke();
+    ASSERT_TRUE(capture_.waitForText(line("file descriptor '%d' is processing events", sp.local)));
+    const std::string fd = std::to_string(sp.local);
+    em_.removeEventHandler(sp.local, true, nullptr, nullptr);
+    EXPECT_TRUE(sp.peerSeesClose());
+    sp.local = -1;
+    stop = true;
+    em_.wake();
+    loop.join();
+    EXPECT_EQ(journal_.snapshot(), (std::vector<std::string>{"event " + fd, "close " + fd}));
+}
+
+// A removal on another thread while the loop runs that descriptor's callback returns
+// only after the callback has: the caller may then free the callback's data.
+TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackOfThatDescriptor) {
+    SocketPair sp;
+    std::promise<void> entered, release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> callbackDone{false};
+    journal_.onEvent = [&](int) {
+        entered.set_value();
+        released.wait();
+        callbackDone = true;
+    };
+    journal_.onClose = [&](int) { journal_.add(callbackDone ? "after" : "during"); };
+    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    sp.poke();
+    auto loop = std::async(std::launch::async, [&] { em_.processEvents(nullptr); });
+    ASSERT_EQ(entered.get_future().wait_for(kDeadline), std::future_status::ready);
+
+    auto remover = std::async(std::launch::async, [&] {
+        em_.removeEventHandler(sp.local, false, nullptr, nullptr);
+        return callbackDone.load();
+    });
+    ASSERT_TRUE(capture_.waitForText(line("removeEventHandler(int fd: %d) EX", sp.local)));
+    release.set_value();
+    ASSERT_EQ(remover.wait_for(kDeadline), std::future_status::ready);
+    EXPECT_TRUE(remover.get());
+    ASSERT_EQ(loop.wait_for(kDeadline), std::future_status::ready);
+    const std::string fd = std::to_string(sp.local);
+    EXPECT_EQ(journal_.snapshot(),
+              (std::vector<std::string>{"event " + fd, "close " + fd, "after"}));
+}
+
+// A descriptor removed without closing is closed by its owner and the number comes
+// back as a new descriptor before the loop ran: the new registration must survive the
+// stale removal.
+TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistration) {
+    auto first = std::make_unique<SocketPair>();
+    const int number = first->local;
+    ASSERT_TRUE(em_.addEventHandler(number, Journal::event, &journal_, nullptr, EPOLLIN));
+    em_.removeEventHandler(number, false, nullptr, nullptr);
+    first.reset();  // the owner closes both ends
+
+    SocketPair second;
+    ASSERT_EQ(second.local, number) << "the lowest free number is handed out again";
+    ASSERT_TRUE(em_.addEventHandler(second.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    for (int round = 0; round < 2; ++round) {
+        second.poke();
+        pass();
+    }
+    const std::string e = "event " + std::to_string(number);
+    EXPECT_EQ(journal_.snapshot(), (std::vector<std::string>{e, e}));
+    em_.removeEventHandler(second.local, false, nullptr, nullptr);
+}
+
+// Descriptors 0..limit-1 are usable; `allowed` of the three set-up descriptors fit.
+void limitDescriptorsTo(int allowed) {
+    int lowestFree[3];
+    for (int& fd : lowestFree) fd = open("/dev/null", O_RDONLY);
+    for (int fd : lowestFree) close(fd);
+    static rlimit saved;
+    getrlimit(RLIMIT_NOFILE, &saved);
+    rlimit lowered = saved;
+    lowered.rlim_cur = static_cast<rlim_t>(lowestFree[allowed]);
+    setrlimit(RLIMIT_NOFILE, &lowered);
+    // Give the limit back before the exit handlers registered earlier (sanitizer
+    // reports) need descriptors of their own.
+    atexit([] { setrlimit(RLIMIT_NOFILE, &saved); });
+}
+
+TEST(EventManagerDeathTest, SetUpFailureEndsTheProcessWithItsLine) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    struct Case {
+        int allowed;
+        const char* line;
+    } cases[] = {
+        {0, "6/\\(null\\): Cannot create epoll instance"},
+        {1, "6/\\(null\\): Cannot create eventfd instance"},
+        {2, "6/\\(null\\): Cannot create removeFd instance"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EXIT(
+            {
+                setenv("RUX_TEST_LOG_STDERR", "1", 1);
+                LogCapture capture;
+                limitDescriptorsTo(c.allowed);
+                EventManager em;
+            },
+            ::testing::ExitedWithCode(255), c.line);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,296 @@
+// Log::init and release: the configuration properties, the dumper and timer threads,
+// dump requests and the diagnostic command, diagnostic-map records.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "LogTestSupport.h"
+#include "log/DiagCmdProcessor.h"
+#include "log/Log.h"
+#include "log/LogSeams.h"
+#include "rux/platform/host.h"
+#include "rux/rux_log.h"
+
+namespace {
+
+using rux::Log;
+using rux::test::LogCapture;
+using namespace std::chrono_literals;
+
+constexpr const char* kLogging = "persist.vendor.data.rux.logging";
+
+class LogInitTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+        rux::platform::clearProperties();
+        rux::log::setLogRoot(root_.path());                   // no configuration: no files
+        rux::log::setPluginPath(root_.path() + "/none.so");  // no plug-in
+        rux::log::setTimerPeriod(std::chrono::hours(1));     // the timer stays quiet
+    }
+    void TearDown() override {
+        Log::getInstance().release();
+        rux::platform::clearProperties();
+        rux::platform::diagReset();
+        rux::log::setLogRoot("");
+        rux::log::setPluginPath("");
+        rux::log::setTimerPeriod(30s);
+    }
+
+    static std::vector<std::string> packetTexts(const std::string& needle = "") {
+        std::vector<std::string> out;
+        for (const auto& p : rux::platform::diagPackets()) {
+            const auto payload = p.payload();
+            std::string text(payload.begin() + 4, payload.end());
+            text = text.substr(0, text.find('\0'));
+            if (text.find(needle) != std::string::npos) out.push_back(text);
+        }
+        return out;
+    }
+
+    size_t completions(const std::string& type) const {
+        return capture_.matching("Dump completed, request type: " + type + ",").size();
+    }
+
+    static void sendCommand(std::vector<uint8_t> request) {
+        ASSERT_TRUE(rux::platform::diagDeliverCommand(rux::DiagCmdProcessor::kSubsystemId,
+                                                      rux::DiagCmdProcessor::kSubsystemCmd,
+                                                      request.data(),
+                                                      static_cast<uint16_t>(request.size())));
+    }
+
+    rux::test::TempDir root_;
+    LogCapture capture_;
+};
+
+TEST(PropertyGetInt32Test, ParsingRules) {
+    struct Case {
+        const char* value;  // null: unset
+        int32_t expected;
+    } cases[] = {
+        {nullptr, -7},
+        {"", -7},
+        {"42", 42},
+        {"0x1F", 31},
+        {"017", 15},
+        {"12abc", 12},         // trailing text is ignored
+        {"abc", -7},           // no digits
+        {"-5", -5},
+        {"2147483647", INT32_MAX},
+        {"2147483648", -7},    // above 0x7FFFFFFF
+        {"0xFFFFFFFF", -7},
+        {"99999999999999999999", -7},      // ERANGE
+        {"-2147483648", INT32_MIN},
+        {"-2147483649", INT32_MAX},        // below the minimum: the low 32 bits
+        {"-99999999999999999999", -7},     // ERANGE
+    };
+    for (const auto& c : cases) {
+        rux::platform::clearProperties();
+        if (c.value) rux::platform::setProperty("test.int", c.value);
+        EXPECT_EQ(property_get_int32("test.int", -7), c.expected) << (c.value ? c.value : "unset");
+    }
+    rux::platform::setProperty("test.int", "5");
+    EXPECT_EQ(property_get_int32(nullptr, -7), -7);
+    rux::platform::clearProperties();
+}
+
+TEST_F(LogInitTest, LoggingPropertyBits) {
+    struct Case {
+        const char* value;
+        bool buffered, dmapDebugOff, dmapOff;
+    } cases[] = {
+        {nullptr, false, false, false}, {"0", false, false, false}, {"1", true, false, false},
+        {"2", false, true, false},      {"3", true, true, false},   {"4", false, true, true},
+        {"0x7", true, true, true},      {"junk", false, false, false},
+    };
+    for (const auto& c : cases) {
+        if (c.value)
+            rux::platform::setProperty(kLogging, c.value);
+        else
+            rux::platform::unsetProperty(kLogging);
+        Log::getInstance().init("rux");
+        const std::string name = c.value ? c.value : "unset";
+        EXPECT_TRUE(Log::getInstance().initialized()) << name;
+        EXPECT_EQ(Log::getInstance().bufferedDiag(), c.buffered) << name;
+        EXPECT_EQ(Log::getInstance().dmapDebugOff(), c.dmapDebugOff) << name;
+        EXPECT_EQ(Log::getInstance().dmapOff(), c.dmapOff) << name;
+        Log::getInstance().release();
+        EXPECT_FALSE(Log::getInstance().initialized()) << name;
+    }
+}
+
+TEST_F(LogInitTest, PermissionsProperty) {
+    for (auto [value, expected] : {std::pair{"true", true}, {"0", false}, {"maybe", false}}) {
+        rux::platform::setProperty("persist.vendor.data.rux.log_perms", value);
+        Log::getInstance().init("rux");
+        EXPECT_EQ(Log::getInstance().groupWritable(), expected) << value;
+        Log::getInstance().release();
+    }
+}
+
+TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
+    Log::getInstance().init("first");
+    Log::getInstance().init("second");  // only the tag changes
+    EXPECT_EQ(Log::getInstance().tag(), "second");
+    EXPECT_EQ(rux::platform::diagInitCount(), 1);
+    const auto version = capture_.matching("version RUX-20250524-d9c57ad5");
+    ASSERT_EQ(version.size(), 1u) << capture_.dump();
+    EXPECT_EQ(version[0].tag, "first");
+    EXPECT_EQ(capture_.findEndingWith("cannot open libruxalog.so").priority, 6);
+
+    const auto tables = rux::platform::diagTables();
+    ASSERT_EQ(tables.size(), 1u);
+    EXPECT_EQ(tables[0].delay_flag, 0);
+    EXPECT_EQ(tables[0].cmd_code, 0x00FF);
+    EXPECT_EQ(tables[0].subsys_id, 18);
+    EXPECT_EQ(tables[0].count, 1);
+    EXPECT_EQ(tables[0].proc_id, 0);
+    EXPECT_EQ(tables[0].entries[0].first_cmd_code, 137);
+    EXPECT_EQ(tables[0].entries[0].last_cmd_code, 137);
+    EXPECT_EQ(tables[0].entries[0].handler, &rux::DiagCmdProcessor::diagCmdHandler);
+}
+
+TEST_F(LogInitTest, UnbufferedRecordsNeverEnterTheQueue) {
+    Log::getInstance().init("rux");
+    const size_t queued = Log::getInstance().queuedRecords();
+    RUX_LOG(4, "RUX", "straight %d", 1);
+    EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
+    EXPECT_EQ(packetTexts("straight 1").size(), 1u);
+}
+
+TEST_F(LogInitTest, BufferedRecordsWaitForADumpWhichACommandRequests) {
+    rux::platform::setProperty(kLogging, "1");
+    Log::getInstance().init("rux");
+    for (int i = 0; i < 3; ++i) RUX_LOG(4, "RUX", "held %d", i);
+    EXPECT_TRUE(packetTexts("held").empty());
+
+    sendCommand({0x01});
+    // Without a plug-in decoding fails, and the 64-byte response is left as it was.
+    EXPECT_EQ(capture_.findEndingWith("Rux-Diag: retVal: 0, size: 64").tag, LogCapture::kNullTag);
+    ASSERT_TRUE(capture_.waitForText("Dump completed, request type: USER_COMMAND, elapsed time = "))
+        << capture_.dump();
+    const auto held = packetTexts("held");
+    ASSERT_EQ(held.size(), 3u);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_NE(held[i].find(" I RUX : |RUX|LogInitTest::TestBody:"), std::string::npos);
+    EXPECT_NE(held[2].find("held 2"), std::string::npos);
+    EXPECT_EQ(capture_.findEndingWith("outputlen:64 ").priority, 3);
+}
+
+TEST_F(LogInitTest, AZeroLengthCommandCausesNoDump) {
+    rux::platform::setProperty(kLogging, "1");
+    Log::getInstance().init("rux");
+    uint8_t byte = 1;
+    ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, &byte, 0));
+    ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, nullptr, 4));
+    EXPECT_FALSE(capture_.contains("Rux-Diag"));
+    sendCommand({0xFF, 0x00});
+    Log::getInstance().release();  // the dumper handles every request posted before
+    EXPECT_EQ(completions("USER_COMMAND"), 1u) << capture_.dump();
+}
+
+TEST_F(LogInitTest, TheTimerAsksForADumpEveryPeriod) {
+    rux::log::setTimerPeriod(5ms);
+    Log::getInstance().init("rux");
+    EXPECT_TRUE(capture_.waitFor([](const std::vector<rux::test::LogLine>& lines) {
+        return std::count_if(lines.begin(), lines.end(), [](const auto& l) {
+                   return l.text.find("request type: LOGGING_TIMER_EXPIRED") != std::string::npos;
+               }) >= 2;
+    })) << capture_.dump();
+    EXPECT_EQ(capture_.matching("request type: LOGGING_TIMER_EXPIRED")[0].priority, 3);
+}
+
+TEST_F(LogInitTest, ReleaseWithRecordsQueuedEndsTheDumperWithoutSendingThem) {
+    rux::platform::setProperty(kLogging, "1");
+    Log::getInstance().init("rux");
+    for (int i = 0; i < 5; ++i) RUX_LOG(4, "RUX", "left %d", i);
+    const size_t queued = Log::getInstance().queuedRecords();
+    Log::getInstance().release();
+    EXPECT_FALSE(Log::getInstance().initialized());
+    EXPECT_TRUE(packetTexts("left").empty());
+    EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
+    EXPECT_FALSE(capture_.contains("Dump completed"));
+
+    // A new init runs a new dumper, which sends them on the next request.
+    Log::getInstance().init("rux");
+    Log::getInstance().addDumpRequest(rux::CRASH_DETECTED);
+    ASSERT_TRUE(capture_.waitForText("request type: CRASH_DETECTED")) << capture_.dump();
+    EXPECT_EQ(packetTexts("left").size(), 5u);
+}
+
+TEST_F(LogInitTest, ReleaseBeforeInitDoesNotStopTheNextDumper) {
+    Log::getInstance().release();
+    Log::getInstance().release();
+    Log::getInstance().init("rux");
+    Log::getInstance().addDumpRequest(rux::BUFFER_IS_FULL);
+    EXPECT_TRUE(capture_.waitForText("request type: BUFFER_IS_FULL")) << capture_.dump();
+}
+
+TEST_F(LogInitTest, NullTagIsReportedAndTreatedAsEmpty) {
+    Log::getInstance().init(nullptr);
+    EXPECT_EQ(Log::getInstance().tag(), "");
+    EXPECT_EQ(capture_.findEndingWith("init without a tag").priority, 6);
+    EXPECT_TRUE(Log::getInstance().initialized());
+}
+
+TEST_F(LogInitTest, DiagnosticMapRecordsFollowTheFilterBits) {
+    struct Case {
+        const char* property;
+        int level;
+        bool sent;
+    } cases[] = {
+        {"0", 3, true}, {"0", 4, true}, {"2", 3, false}, {"2", 4, true},
+        {"4", 4, false}, {"4", 6, false}, {"1", 4, true},  // buffered: still sent at once
+    };
+    for (const auto& c : cases) {
+        rux::platform::setProperty(kLogging, c.property);
+        Log::getInstance().init("rux");
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+        const size_t queued = Log::getInstance().queuedRecords();
+        Log::getInstance().dMapLog(c.level, "dmap entry");
+        const auto texts = packetTexts(" DMAP : dmap entry");
+        EXPECT_EQ(texts.size(), c.sent ? 1u : 0u) << c.property << "/" << c.level;
+        EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
+        Log::getInstance().release();
+    }
+    // Without the plug-in's alog these records never reach the Android log.
+    EXPECT_FALSE(capture_.contains("dmap entry"));
+}
+
+TEST_F(LogInitTest, InitAndReleaseRaceWithLoggersSafely) {
+    rux::log::setTimerPeriod(1ms);
+    rux::platform::setProperty(kLogging, "1");
+    constexpr int kPerThread = 300;
+    std::vector<std::thread> loggers;
+    for (int t = 0; t < 3; ++t) {
+        loggers.emplace_back([t] {
+            for (int i = 0; i < kPerThread; ++i) {
+                RUX_LOG(3, "RUX", "worker %d", t);
+                Log::getInstance().dMapLog(4, "worker map");
+            }
+        });
+    }
+    std::thread other([] {
+        for (int i = 0; i < 20; ++i) Log::getInstance().init("other");
+    });
+    for (int i = 0; i < 20; ++i) {
+        Log::getInstance().init("rux");
+        Log::getInstance().release();
+    }
+    other.join();
+    for (auto& t : loggers) t.join();
+    Log::getInstance().release();
+    EXPECT_FALSE(Log::getInstance().initialized());
+    EXPECT_EQ(capture_.matching("worker ").size(), 3u * kPerThread);
+    EXPECT_EQ(packetTexts(" DMAP : worker map").size(), 3u * kPerThread);
+}
+
+}  // namespace
