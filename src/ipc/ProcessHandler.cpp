@@ -1,0 +1,64 @@
+#include "ipc/ProcessHandler.h"
+
+#include <android/log.h>
+
+#include <algorithm>
+
+#include "log/Log.h"
+
+namespace rux::ipc {
+
+void ReceiverTracker::expect() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    ++mStarting;
+}
+
+void ReceiverTracker::cancelExpected() {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        --mStarting;
+    }
+    mIdle.notify_all();
+}
+
+void ReceiverTracker::attach() {
+    std::lock_guard<std::mutex> lock(mMutex);
+    --mStarting;
+    mRunning.push_back(std::this_thread::get_id());
+}
+
+void ReceiverTracker::detach() {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        auto it = std::find(mRunning.begin(), mRunning.end(), std::this_thread::get_id());
+        if (it != mRunning.end()) mRunning.erase(it);
+    }
+    mIdle.notify_all();
+}
+
+void ReceiverTracker::waitIdle() {
+    const auto self = std::this_thread::get_id();
+    std::unique_lock<std::mutex> lock(mMutex);
+    mIdle.wait(lock, [&] {
+        return mStarting == 0 &&
+               std::all_of(mRunning.begin(), mRunning.end(),
+                           [&](std::thread::id id) { return id == self; });
+    });
+}
+
+ProcessHandler::ProcessHandler() : mReceivers(std::make_shared<ReceiverTracker>()) {}
+
+ProcessHandler::~ProcessHandler() = default;
+
+void ProcessHandler::handleMsg(ipcMsg_t* msg) {
+    if (msg == nullptr) {
+        RUX_LOG(ANDROID_LOG_ERROR, "RUX", "msg null");
+        return;
+    }
+    RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "%d: dropping IPC from %lu",
+            static_cast<int>(msg->dstProcessId), static_cast<unsigned long>(msg->srcProcessId));
+}
+
+void ProcessHandler::handleSessionEnd(unsigned int) {}
+
+}  // namespace rux::ipc

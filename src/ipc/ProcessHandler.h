@@ -1,0 +1,60 @@
+// ProcessHandler: the receiving end of a registered socket. The socket's receiver
+// thread calls handleMsg for every frame and handleSessionEnd once when the socket
+// fails or closes; both may run concurrently with the owner's threads.
+//
+// Lifetime: a handler must outlive the receiver threads that serve it. Owners call
+// waitForReceivers() (after removing the registration and shutting the socket down)
+// before they destroy it; ReceiverTracker counts those threads in a block that the
+// threads co-own, so the count itself never dangles.
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "ipc/IpcFrame.h"
+
+namespace rux::ipc {
+
+// Receiver threads serving one handler. Guarded by mMutex.
+class ReceiverTracker {
+public:
+    void expect();           // a receiver is about to be started
+    void cancelExpected();   // ... and was not
+    void attach();           // on the receiver thread, first thing
+    void detach();           // on the receiver thread, last thing
+    // Waits until no receiver thread other than the calling one is starting or running.
+    void waitIdle();
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mIdle;
+    int mStarting = 0;                     // guarded by mMutex
+    std::vector<std::thread::id> mRunning;  // guarded by mMutex
+};
+
+class ProcessHandler {
+public:
+    ProcessHandler();
+    virtual ~ProcessHandler();
+    ProcessHandler(const ProcessHandler&) = delete;
+    ProcessHandler& operator=(const ProcessHandler&) = delete;
+
+    // Default: logs and drops the frame. `msg` lives only during the call.
+    virtual void handleMsg(ipcMsg_t* msg);
+    // Default: nothing.
+    virtual void handleSessionEnd(unsigned int sessionId);
+
+    // Returns once no receiver thread serves this handler any more; a call from one of
+    // those threads does not wait for itself.
+    void waitForReceivers() { mReceivers->waitIdle(); }
+
+    const std::shared_ptr<ReceiverTracker>& receiverTracker() const { return mReceivers; }
+
+private:
+    std::shared_ptr<ReceiverTracker> mReceivers;
+};
+
+}  // namespace rux::ipc

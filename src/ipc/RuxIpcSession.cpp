@@ -1,0 +1,393 @@
+#include "ipc/RuxIpcSession.h"
+
+#include <android/log.h>
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <system_error>
+#include <thread>
+
+#include "ipc/HandshakePacket.h"
+#include "ipc/SocketPath.h"
+#include "log/Log.h"
+
+namespace rux::ipc {
+
+namespace {
+
+constexpr const char* kTag = "RUX";
+constexpr size_t kHandshakeBufferSize = 1023;
+
+void setReceiveTimeout(int fd, std::chrono::milliseconds timeout) {
+    timeval tv{};
+    tv.tv_sec = static_cast<time_t>(timeout.count() / 1000);
+    tv.tv_usec = static_cast<suseconds_t>((timeout.count() % 1000) * 1000);
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+}
+
+}  // namespace
+
+RuxIpcSession::RuxIpcSession(int fd, unsigned int sessionId, ProcessId own, ProcessId peer,
+                             bool threaded, ConnectOptions options)
+    : IpcHandler(threaded),
+      mSocketFd(fd),
+      mSessionId(sessionId),
+      mOwnProcessId(own),
+      mPeerProcessId(peer),
+      mGlobals(getProcessUtilsGlobals()),
+      mOptions(std::move(options)) {
+    // A socket handed in is not held by any connect path: cleanup() must not wait.
+    if (fd >= 0) mThreadSemaphore.increase();
+    if (threaded) {
+        try {
+            mThread = std::make_unique<std::thread>([this] { start(); });
+        } catch (const std::system_error&) {
+            // Without a worker every message is handled on its poster's thread.
+            mRunning.store(false);
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "cannot start the session thread");
+        }
+    }
+}
+
+RuxIpcSession::~RuxIpcSession() { shutdownSession(); }
+
+void RuxIpcSession::shutdownSession() {
+    std::call_once(mShutdownOnce, [this] {
+        cleanup();
+        stop();
+        if (mThread && mThread->joinable()) {
+            if (mThread->get_id() == std::this_thread::get_id())
+                mThread->detach();  // destroyed from its own worker: it cannot join itself
+            else
+                mThread->join();
+        }
+    });
+}
+
+bool RuxIpcSession::send(std::shared_ptr<RuxIpcMessage> msg) {
+    if (!msg) return false;
+    postToSelf(std::move(msg));
+    return true;
+}
+
+bool RuxIpcSession::send(unsigned int subsystemId, unsigned int msgId, std::vector<uint8_t> payload) {
+    return send(std::make_shared<RuxIpcRawMessage>(subsystemId, msgId, std::move(payload)));
+}
+
+void RuxIpcSession::registerForMessages(IpcMessageRegistry registry) {
+    std::lock_guard<std::mutex> lock(mRegistryLock);
+    mMessageRegistry = std::move(registry);
+}
+
+void RuxIpcSession::setRawHandler(RawHandler handler) {
+    std::lock_guard<std::mutex> lock(mRegistryLock);
+    mRawHandler = std::move(handler);
+}
+
+void RuxIpcSession::deregister() {
+    if (mGlobals)
+        mGlobals->deregisterSocket(mPeerProcessId, mSessionId.load());
+    else
+        deregisterSocket(mPeerProcessId, mSessionId.load());
+}
+
+// Close, wait, deregister. The wait is released by the connect path, which posts
+// mThreadSemaphore when it lets go of the socket: after a socket vanished under it, and
+// also after every successful connect, so tearing down a connected session never
+// waits for a post that will not come. The socket is only shut down before the wait
+// (which wakes a handshake read and makes the peer see the end at once) and closed
+// after it, so the connect path never works on a closed descriptor.
+void RuxIpcSession::cleanup() {
+    const int fd = mSocketFd.exchange(-1);
+    mConnected.store(false);
+    if (fd >= 0) {
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "closing socket Fd %d", fd);
+        ::shutdown(fd, SHUT_RDWR);
+        mThreadSemaphore.decrease();
+        ::close(fd);
+    }
+    deregister();
+    waitForReceivers();
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "EXIT");
+}
+
+void RuxIpcSession::notifyConnectionStatus(bool) {}
+
+void RuxIpcSession::handleMsg(ipcMsg_t* frame) {
+    if (frame == nullptr) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "ipcMsg is null");
+        return;
+    }
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received IPC message id: %d, state: %d",
+            static_cast<int>(frame->msgId), static_cast<int>(frame->subsystemId));
+    const uint8_t* payload = ipcPayload(frame);
+    std::vector<uint8_t> bytes(payload, payload + frame->length);
+    postToSelf(std::make_shared<RuxIpcIncomingRawMessage>(static_cast<uint32_t>(frame->subsystemId),
+                                                          static_cast<uint32_t>(frame->msgId),
+                                                          std::move(bytes)));
+}
+
+void RuxIpcSession::handleSessionEnd(unsigned int sessionId) {
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "handleSessionEnd for session %u", sessionId);
+    postToSelf(std::make_shared<RuxIpcSessionEndMessage>());
+}
+
+void RuxIpcSession::handleEvent(std::shared_ptr<RuxIpcMessage> msg) {
+    if (!msg) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "msg is nullptr!!!!");
+        return;
+    }
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "msg id: %d", static_cast<int>(msg->id));
+    switch (msg->id) {
+        case RuxIpcConnectToServerMessage::ID:
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case RuxIpcConnectToServerMessage::ID: %d",
+                    static_cast<int>(msg->id));
+            handleConnectToRuxEvent();
+            break;
+        case RuxIpcIncomingRawMessage::ID:
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case RuxIpcIncomingRawMessage::ID: %d",
+                    static_cast<int>(msg->id));
+            handleRuxIpcIncomingRawMessage(msg);
+            break;
+        case RuxIpcRawMessage::ID:
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case RuxIpcRawMessage::ID: %d",
+                    static_cast<int>(msg->id));
+            handleRuxIpcRawMessage(msg);
+            break;
+        case RuxIpcSessionEndMessage::ID:
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case RuxIpcSessionEndMessage::ID: %d",
+                    static_cast<int>(msg->id));
+            handleSessionEndEvent();
+            break;
+        default:
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case default");
+            handleSendMessage(msg);
+            break;
+    }
+}
+
+void RuxIpcSession::handleConnectToRuxEvent() {
+    if (mSocketFd.load() != -1) {
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "mSocketFd != -1; RETURNING!!!");
+        return;
+    }
+    const std::string path = mOptions.socketPath.empty() ? socketPath() : mOptions.socketPath;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path));
+
+    // A post left by an earlier connect must not release a cleanup of this one early;
+    // drained before the new socket becomes visible in mSocketFd.
+    mThreadSemaphore.tryDecrease();
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Created socket; mSocketFd: %d", fd);
+    if (fd < 0) return;
+    int expected = -1;
+    if (!mSocketFd.compare_exchange_strong(expected, fd)) {  // another connect got there first
+        ::close(fd);
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "mSocketFd != -1; RETURNING!!!");
+        return;
+    }
+
+    mConnected.store(false);
+    for (int attempt = 1;; ++attempt) {
+        if (mSocketFd.load() == -1) {
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Connect fail: mSocketFd is -1; break");
+            break;
+        }
+        const int ret = ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Connect ret: %d", ret);
+        if (ret == 0) {
+            if (mOptions.handshakeTimeout.count() > 0) setReceiveTimeout(fd, mOptions.handshakeTimeout);
+            if (!performHandshake(fd)) break;
+            setReceiveTimeout(fd, std::chrono::milliseconds(0));  // the receiver blocks for good
+            mReportState.store(kReportPending);
+            const bool registered =
+                mGlobals ? mGlobals->registerSocket(mPeerProcessId, mSessionId.load(), fd, *this)
+                         : registerSocket(mPeerProcessId, mSessionId.load(), fd, *this);
+            if (!registered) {
+                mReportState.store(kReportIdle);
+                RUX_LOG(ANDROID_LOG_ERROR, kTag, "Connect fail: socket not registered");
+                break;
+            }
+            mConnected.store(true);
+            RUX_LOG(ANDROID_LOG_INFO, kTag, "Connect success: Handshake success");
+            break;
+        }
+        if (attempt >= mOptions.maxAttempts) {
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "Connect fail: Max retry reached!!");
+            break;
+        }
+        std::this_thread::sleep_for(mOptions.retryDelay);
+    }
+
+    if (mConnected.load() && mSocketFd.load() == fd) {
+        mThreadSemaphore.increase();  // lets a later cleanup() through
+        notifyConnectionStatus(true);
+        if (mReportState.exchange(kReportIdle) == kReportEndedWhilePending)
+            notifyConnectionStatus(false);
+        return;
+    }
+    if (!mConnected.load()) {
+        int mine = fd;
+        if (mSocketFd.compare_exchange_strong(mine, -1)) {
+            ::shutdown(fd, SHUT_RDWR);
+            ::close(fd);
+            notifyConnectionStatus(false);
+            return;
+        }
+    }
+    // The socket was taken from under this attempt: by cleanup() (no status), or by a
+    // session end that left its report to this path.
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Connect fail: mThreadSemaphore.increase");
+    mThreadSemaphore.increase();
+    if (mReportState.exchange(kReportIdle) == kReportEndedWhilePending)
+        notifyConnectionStatus(false);
+}
+
+bool RuxIpcSession::performHandshake(int fd) {
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "performHandshake");
+    uint8_t buffer[kHandshakeBufferSize + 1];
+    bool haveInit = false;
+    uint32_t offeredId = 0;
+    bool result = false;
+    for (;;) {
+        // Once INIT is in, the service sends COMPLETE and may send frames right behind
+        // it; reading no further than the packet leaves those for the receiver.
+        const size_t want = haveInit ? kHandshakeShortSize : kHandshakeBufferSize;
+        ssize_t len;
+        do {
+            len = ::recv(fd, buffer, want, 0);
+        } while (len < 0 && errno == EINTR);
+        if (len == -1) {
+            const int err = errno;
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "recv returns error: errno: %d(%s)", err,
+                    errnoText(err).c_str());
+            break;
+        }
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "recv: len: %d", static_cast<int>(len));
+        if (static_cast<size_t>(len) > kHandshakeBufferSize) {
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "recv: readLen is greater than max size");
+            break;
+        }
+        HandshakePacket packet;
+        if (static_cast<size_t>(len) != kHandshakeShortSize ||
+            !decodeHandshake(buffer, kHandshakeShortSize, packet)) {
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "Received data size does not match with expected size");
+            break;
+        }
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "handshakeEvtType: %d", static_cast<int>(packet.type));
+        if (packet.type == HANDSHAKE_INIT) {
+            haveInit = true;
+            offeredId = packet.sessionId;
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received HANDSHAKE_INIT; sessionId: %d",
+                    static_cast<int>(offeredId));
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Sending HANDSHAKE_RESP");
+            const auto resp = encodeHandshakeResp(offeredId, static_cast<uint32_t>(mOwnProcessId));
+            (void)::send(fd, resp.data(), resp.size(), MSG_NOSIGNAL);
+            continue;
+        }
+        if (packet.type == HANDSHAKE_COMPLETE) {
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "HANDSHAKE_COMPLETE: receivedSessionId: %d",
+                    static_cast<int>(packet.sessionId));
+            // A COMPLETE without an INIT confirms nothing.
+            if (haveInit && packet.sessionId == offeredId) {
+                mSessionId.store(packet.sessionId);
+                result = true;
+            }
+            break;
+        }
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "Unknown handshake type");
+        break;
+    }
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "returning: result: %d", result ? 1 : 0);
+    return result;
+}
+
+void RuxIpcSession::handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcMessage>& msg) {
+    auto raw = std::dynamic_pointer_cast<RuxIpcIncomingRawMessage>(msg);
+    if (!raw) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "msg is nullptr");
+        return;
+    }
+    RUX_LOG(ANDROID_LOG_ERROR, kTag, "handling RuxIpcIncomingRawMessage");
+    RUX_LOG(ANDROID_LOG_ERROR, kTag, "DEBUG: msgId: %d", static_cast<int>(raw->msgId));
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "SubSystemId: %d, MsgId", static_cast<int>(raw->subsystemId));
+
+    RawHandler rawHandler;
+    IpcMsgConstructorHandlerPair_t entry;
+    bool found = false;
+    {
+        std::lock_guard<std::mutex> lock(mRegistryLock);
+        rawHandler = mRawHandler;
+        if (!rawHandler) {
+            auto it = mMessageRegistry.find(raw->msgId);
+            if (it != mMessageRegistry.end()) {
+                entry = it->second;
+                found = true;
+            }
+        }
+    }
+    if (rawHandler) {
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found raw message handler");
+        rawHandler(raw);
+        return;
+    }
+    if (!found || !entry.constructor) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "No MessageConstructor registered for msg: %d",
+                static_cast<int>(raw->msgId));
+        return;
+    }
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found message constructor; constructing msg");
+    std::shared_ptr<RuxIpcMessage> built = entry.constructor(raw->payload);
+    if (entry.handler) {
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found message handler; calling handler");
+        entry.handler(std::move(built));
+    } else {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "Invalid MessageHandler");
+    }
+}
+
+void RuxIpcSession::handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>& msg) {
+    auto raw = std::dynamic_pointer_cast<RuxIpcRawMessage>(msg);
+    if (!raw) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "msg is nullptr");
+        return;
+    }
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "subsystem id: %d msg id: %d",
+            static_cast<int>(raw->subsystemId), static_cast<int>(raw->msgId));
+    if (!mConnected.load()) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "IPC socket is not connected");
+        return;
+    }
+    std::vector<uint8_t> bytes = raw->serialize();
+    ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), raw->msgId, raw->subsystemId,
+                                 mOwnProcessId, mPeerProcessId, mSessionId.load());
+}
+
+void RuxIpcSession::handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg) {
+    if (!mConnected.load()) {
+        RUX_LOG(ANDROID_LOG_ERROR, kTag, "IPC socket is not connected");
+        return;
+    }
+    std::vector<uint8_t> bytes = msg->serialize();
+    ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), msg->id, 0, mOwnProcessId,
+                                 mPeerProcessId, mSessionId.load());
+}
+
+// The receiver has seen the socket fail and dropped its registration.
+void RuxIpcSession::handleSessionEndEvent() {
+    const int fd = mSocketFd.exchange(-1);
+    mConnected.store(false);
+    if (fd == -1) return;  // cleanup() got there first
+    ::close(fd);
+    int pending = kReportPending;
+    if (!mReportState.compare_exchange_strong(pending, kReportEndedWhilePending))
+        notifyConnectionStatus(false);
+}
+
+}  // namespace rux::ipc

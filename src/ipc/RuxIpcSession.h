@@ -1,0 +1,118 @@
+// RuxIpcSession: one conversation with one peer process over one Unix stream socket.
+// It connects and runs the three-step handshake (HandshakePacket.h) that fixes the
+// session id, registers the socket with the socket layer (ProcessUtils.h), sends
+// messages as frames, turns received frames into messages and dispatches them through
+// the message registry, and notices the end of the session.
+//
+// Threads:
+// - Messages posted with send()/postToSelf are handled on the worker when the session
+//   is threaded, otherwise on the posting thread (the connect path then blocks its
+//   caller for up to maxAttempts x retryDelay plus the handshake).
+// - Frames and the session end arrive on the socket's receiver thread; an unthreaded
+//   session dispatches them there, so registry handlers run on the receiver thread.
+// - cleanup() may be called from any thread. It returns once the connect path in
+//   progress (if any) has let go of the socket and the receiver thread has finished
+//   with this session, so the session can then be destroyed. Called from a callback of
+//   this session it does not wait for its own thread.
+// - Never destroy a session from one of its own callbacks.
+//
+// Shared state: mConnected, mSocketFd and mSessionId are atomics; the socket descriptor
+// is closed by exactly one party (the connect path on failure, cleanup(), or the
+// session end), decided by who swaps mSocketFd to -1. mRegistryLock guards the registry
+// and the raw handler; it is never held while one of them runs.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "ipc/IpcHandler.h"
+#include "ipc/IpcTypes.h"
+#include "ipc/ProcessUtils.h"
+#include "ipc/RuxIpcMessage.h"
+
+namespace rux::ipc {
+
+// How a session connects. The defaults are the system's: the service's socket, 50
+// attempts 100 ms apart. The handshake timeout bounds each handshake read, so a peer
+// that accepts and then stays silent cannot hold the connecting thread forever.
+struct ConnectOptions {
+    std::string socketPath;  // empty: socketPath()
+    int maxAttempts = 50;
+    std::chrono::microseconds retryDelay{100000};
+    std::chrono::milliseconds handshakeTimeout{5000};  // 0: wait without limit
+};
+
+using IpcMessageRegistry = std::unordered_map<unsigned int, IpcMsgConstructorHandlerPair_t>;
+
+class RuxIpcSession : public IpcHandler<std::shared_ptr<RuxIpcMessage>> {
+public:
+    using RawHandler = std::function<void(std::shared_ptr<RuxIpcIncomingRawMessage>)>;
+
+    RuxIpcSession(int fd, unsigned int sessionId, ProcessId own, ProcessId peer, bool threaded,
+                  ConnectOptions options = {});
+    ~RuxIpcSession() override;
+
+    // False for a null message; otherwise the message is posted (true says nothing about
+    // delivery: a send failure below is only logged).
+    bool send(std::shared_ptr<RuxIpcMessage> msg);
+    // Posts a RuxIpcRawMessage.
+    bool send(unsigned int subsystemId, unsigned int msgId, std::vector<uint8_t> payload);
+
+    void registerForMessages(IpcMessageRegistry registry);
+    // When set, every incoming raw message goes here instead of the registry.
+    void setRawHandler(RawHandler handler);
+
+    void cleanup();
+
+    bool isConnected() const { return mConnected.load(); }
+    int socketFd() const { return mSocketFd.load(); }
+    unsigned int sessionId() const { return mSessionId.load(); }
+    ProcessId ownProcessId() const { return mOwnProcessId; }
+    ProcessId peerProcessId() const { return mPeerProcessId; }
+
+    void handleMsg(ipcMsg_t* frame) override;
+    void handleSessionEnd(unsigned int sessionId) override;
+    void handleEvent(std::shared_ptr<RuxIpcMessage> msg) override;
+    // Connection status of this session; nothing here, the client session reports it.
+    virtual void notifyConnectionStatus(bool up);
+
+protected:
+    // cleanup(), stop() and joining the worker, once. The destructor of the most derived
+    // class calls it first, so no thread runs a virtual of a half-destroyed session.
+    void shutdownSession();
+    // Removes this session's registration from the socket layer.
+    void deregister();
+
+private:
+    void handleConnectToRuxEvent();
+    bool performHandshake(int fd);
+    void handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
+    void handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
+    void handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg);
+    void handleSessionEndEvent();
+
+    // Whether a session end met a connect path that had registered the socket but not
+    // yet reported: the connect path then reports the loss after its success.
+    enum ReportState : int { kReportIdle, kReportPending, kReportEndedWhilePending };
+
+    std::mutex mRegistryLock;
+    IpcMessageRegistry mMessageRegistry;  // guarded by mRegistryLock
+    RawHandler mRawHandler;               // guarded by mRegistryLock
+    std::atomic<bool> mConnected{false};
+    std::atomic<int> mSocketFd;
+    std::atomic<unsigned int> mSessionId;
+    const ProcessId mOwnProcessId;
+    const ProcessId mPeerProcessId;
+    const std::shared_ptr<ProcessUtilsGlobals> mGlobals;
+    const ConnectOptions mOptions;
+    std::atomic<int> mReportState{kReportIdle};
+    std::once_flag mShutdownOnce;
+};
+
+}  // namespace rux::ipc

@@ -1,0 +1,702 @@
+// RuxIpcClientSession against the real serving side (RuxIpcServer) and against a
+// scripted peer that speaks raw bytes: connect and retries, the handshake and its
+// failures, dispatch through the registry, session end and teardown.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "ipc/HandshakePacket.h"
+#include "ipc/IpcFrame.h"
+#include "ipc/RuxIpcClientSession.h"
+#include "ipc/RuxIpcServer.h"
+
+namespace {
+
+using namespace rux::ipc;
+using namespace std::chrono_literals;
+using Bytes = std::vector<uint8_t>;
+using rux::test::LogCapture;
+
+std::string uniquePath() {
+    static std::atomic<int> counter{0};
+    return "/tmp/rux-ipc-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
+           ".sock";
+}
+
+ConnectOptions fastOptions(const std::string& path, int attempts = 3) {
+    ConnectOptions options;
+    options.socketPath = path;
+    options.maxAttempts = attempts;
+    options.retryDelay = std::chrono::microseconds(1000);
+    return options;
+}
+
+// Records every status the session reports.
+struct StatusLog {
+    std::function<void(bool)> callback() {
+        return [this](bool up) {
+            std::lock_guard<std::mutex> lock(mutex);
+            statuses.push_back(up);
+            changed.notify_all();
+        };
+    }
+    bool waitFor(size_t n) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, 10s, [&] { return statuses.size() >= n; });
+    }
+    bool waitForLoss() {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, 10s, [&] {
+            return std::find(statuses.begin(), statuses.end(), false) != statuses.end();
+        });
+    }
+    std::vector<bool> get() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return statuses;
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<bool> statuses;
+};
+
+// Collects values handed over by callbacks on other threads.
+template <typename T>
+struct Inbox {
+    void put(T value) {
+        std::lock_guard<std::mutex> lock(mutex);
+        items.push_back(std::move(value));
+        changed.notify_all();
+    }
+    bool waitFor(size_t n) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, 10s, [&] { return items.size() >= n; });
+    }
+    std::vector<T> get() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return items;
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<T> items;
+};
+
+size_t countEndingWith(const LogCapture& capture, const std::string& suffix) {
+    size_t n = 0;
+    for (auto& l : capture.lines())
+        if (l.text.size() >= suffix.size() &&
+            l.text.compare(l.text.size() - suffix.size(), suffix.size(), suffix) == 0)
+            ++n;
+    return n;
+}
+
+// A peer that speaks raw bytes: it accepts every connection on `path` and runs the
+// script of the test on it, on its own thread.
+class ScriptedPeer {
+public:
+    using Script = std::function<void(int fd)>;
+
+    ScriptedPeer(std::string path, Script script)
+        : mPath(std::move(path)), mScript(std::move(script)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, mPath.data(), mPath.size());
+        mListen = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        ::unlink(mPath.c_str());
+        EXPECT_EQ(::bind(mListen, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(mListen, 8), 0);
+        EXPECT_EQ(::pipe(mStop), 0);
+        mThread = std::thread([this] { run(); });
+    }
+    ~ScriptedPeer() {
+        (void)!::write(mStop[1], "x", 1);
+        mThread.join();
+        ::close(mListen);
+        ::close(mStop[0]);
+        ::close(mStop[1]);
+        ::unlink(mPath.c_str());
+    }
+    int accepted() const { return mAccepted.load(); }
+    // Resolves when a script has finished.
+    std::future<void> finished() { return mFinished.get_future(); }
+
+    static Bytes readExactly(int fd, size_t n) {
+        Bytes out(n);
+        size_t got = 0;
+        while (got < n) {
+            pollfd p{fd, POLLIN, 0};
+            if (::poll(&p, 1, 10000) <= 0) break;
+            const ssize_t r = ::recv(fd, out.data() + got, n - got, 0);
+            if (r <= 0) break;
+            got += static_cast<size_t>(r);
+        }
+        out.resize(got);
+        return out;
+    }
+    static void write(int fd, const Bytes& bytes) {
+        ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    // True once the other end has closed (end of stream), within the deadline.
+    static bool seesClose(int fd) {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, 10000) <= 0) return false;
+        char c;
+        return ::recv(fd, &c, 1, 0) == 0;
+    }
+
+private:
+    void run() {
+        for (;;) {
+            pollfd fds[2] = {{mListen, POLLIN, 0}, {mStop[0], POLLIN, 0}};
+            if (::poll(fds, 2, -1) < 0) continue;
+            if (fds[1].revents) return;
+            const int fd = ::accept4(mListen, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0) continue;
+            ++mAccepted;
+            mScript(fd);
+            ::close(fd);
+            if (!mFinishedSet.exchange(true)) mFinished.set_value();
+        }
+    }
+
+    std::string mPath;
+    Script mScript;
+    int mListen = -1;
+    int mStop[2] = {-1, -1};
+    std::atomic<int> mAccepted{0};
+    std::promise<void> mFinished;
+    std::atomic<bool> mFinishedSet{false};
+    std::thread mThread;
+};
+
+// A registry entry for SendBlobMessage that hands every blob to `inbox`.
+IpcMessageRegistry blobRegistry(Inbox<SendBlobMessage>& inbox) {
+    IpcMessageRegistry registry;
+    registry[SendBlobMessage::ID] = {
+        [](std::vector<uint8_t> payload) -> std::shared_ptr<RuxIpcMessage> {
+            auto msg = std::make_shared<SendBlobMessage>();
+            msg->deserialize(std::move(payload));
+            return msg;
+        },
+        [&inbox](std::shared_ptr<RuxIpcMessage> msg) {
+            inbox.put(*std::static_pointer_cast<SendBlobMessage>(msg));
+        }};
+    return registry;
+}
+
+// --- against the serving side -----------------------------------------------------
+
+class SessionWithServerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        RuxIpcServer::Callbacks callbacks;
+        callbacks.onConnected = [this](const RuxIpcServerClient& c) { connected.put(c); };
+        callbacks.onBlob = [this](const RuxIpcServerClient& c, RuxSdkType type, Bytes blob) {
+            blobs.put({type, blob});
+            if (echo) c.sendBlob(type, blob);
+        };
+        callbacks.onDisconnected = [this](const RuxIpcServerClient& c) {
+            disconnected.put(c.sessionId());
+        };
+        server = std::make_unique<RuxIpcServer>(callbacks);
+        ASSERT_TRUE(server->start(path));
+    }
+    void TearDown() override { server->stop(); }
+
+    std::unique_ptr<RuxIpcClientSession> connectedSession(bool threaded = false) {
+        auto session = std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_101, threaded,
+                                                             fastOptions(path));
+        session->connectToServer(status.callback());
+        EXPECT_TRUE(status.waitFor(1));
+        EXPECT_EQ(status.get(), std::vector<bool>{true});
+        EXPECT_TRUE(connected.waitFor(1));
+        return session;
+    }
+
+    const std::string path = uniquePath();
+    std::atomic<bool> echo{false};
+    LogCapture capture;
+    StatusLog status;
+    Inbox<RuxIpcServerClient> connected;
+    Inbox<std::pair<RuxSdkType, Bytes>> blobs;
+    Inbox<unsigned int> disconnected;
+    std::unique_ptr<RuxIpcServer> server;
+};
+
+TEST_F(SessionWithServerTest, ConnectsAndAgreesOnTheServersSessionId) {
+    auto session = connectedSession();
+    EXPECT_TRUE(session->isConnected());
+    const RuxIpcServerClient client = connected.get()[0];
+    EXPECT_EQ(session->sessionId(), client.sessionId());
+    EXPECT_EQ(client.peerProcessId(), PROCESS_ID_CLIENT_101);
+    EXPECT_NE(capture
+                  .findEndingWith("Received HANDSHAKE_INIT; sessionId: " +
+                                  std::to_string(client.sessionId()))
+                  .priority,
+              -1);
+    EXPECT_NE(capture
+                  .findEndingWith("HANDSHAKE_COMPLETE: receivedSessionId: " +
+                                  std::to_string(client.sessionId()))
+                  .priority,
+              -1);
+    EXPECT_NE(capture.findEndingWith("returning: result: 1").priority, -1);
+    EXPECT_NE(capture.findEndingWith("Connect success: Handshake success").priority, -1);
+    EXPECT_EQ(countEndingWith(capture, "Connect ret: 0"), 1u);
+}
+
+TEST_F(SessionWithServerTest, BlobsTravelBothWaysThroughTheRegistry) {
+    echo = true;
+    auto session = connectedSession();
+    Inbox<SendBlobMessage> received;
+    session->registerForMessages(blobRegistry(received));
+    ASSERT_TRUE(session->send(
+        std::make_shared<SendBlobMessage>(RUX_SDK_TYPE_REQUEST_CLIENT, Bytes{1, 2, 3})));
+    ASSERT_TRUE(blobs.waitFor(1));
+    EXPECT_EQ(blobs.get()[0].first, RUX_SDK_TYPE_REQUEST_CLIENT);
+    EXPECT_EQ(blobs.get()[0].second, (Bytes{1, 2, 3}));
+    ASSERT_TRUE(received.waitFor(1));
+    EXPECT_EQ(received.get()[0].sdkType, RUX_SDK_TYPE_REQUEST_CLIENT);
+    EXPECT_EQ(received.get()[0].blob, (Bytes{1, 2, 3}));
+    EXPECT_TRUE(capture.contains("Found message handler; calling handler"));
+    EXPECT_FALSE(session->send(nullptr));
+}
+
+TEST_F(SessionWithServerTest, FrameWithAnUnregisteredIdIsDroppedWithItsLogLine) {
+    auto session = connectedSession();
+    const RuxIpcServerClient client = connected.get()[0];
+    ASSERT_TRUE(client.sendBlob(RUX_SDK_TYPE_REQUEST_CLIENT, {9}));
+    ASSERT_TRUE(capture.waitForText("No MessageConstructor registered for msg: 5"));
+    EXPECT_EQ(capture.findEndingWith("No MessageConstructor registered for msg: 5").priority, 6);
+
+    // Once registered, the same frame is delivered; an entry without a handler is not.
+    Inbox<SendBlobMessage> received;
+    session->registerForMessages(blobRegistry(received));
+    ASSERT_TRUE(client.sendBlob(RUX_SDK_TYPE_REQUEST_CLIENT, {9}));
+    ASSERT_TRUE(received.waitFor(1));
+    EXPECT_EQ(received.get()[0].blob, Bytes{9});
+
+    IpcMessageRegistry noHandler = blobRegistry(received);
+    noHandler[SendBlobMessage::ID].handler = nullptr;
+    session->registerForMessages(noHandler);
+    ASSERT_TRUE(client.sendBlob(RUX_SDK_TYPE_REQUEST_CLIENT, {8}));
+    ASSERT_TRUE(capture.waitForText("Invalid MessageHandler"));
+    EXPECT_EQ(received.get().size(), 1u);
+}
+
+TEST_F(SessionWithServerTest, RawHandlerTakesEveryIncomingMessageFirst) {
+    auto session = connectedSession();
+    Inbox<SendBlobMessage> viaRegistry;
+    session->registerForMessages(blobRegistry(viaRegistry));
+    Inbox<std::tuple<uint32_t, uint32_t, Bytes>> raw;
+    session->setRawHandler([&](std::shared_ptr<RuxIpcIncomingRawMessage> m) {
+        raw.put({m->subsystemId, m->msgId, m->payload});
+    });
+    const RuxIpcServerClient client = connected.get()[0];
+    ASSERT_TRUE(client.sendFrame(7, 5, {0xAB}));
+    ASSERT_TRUE(raw.waitFor(1));
+    EXPECT_EQ(raw.get()[0], std::make_tuple(7u, 5u, Bytes{0xAB}));
+    EXPECT_TRUE(viaRegistry.get().empty());
+    EXPECT_TRUE(capture.contains("Found raw message handler"));
+}
+
+TEST_F(SessionWithServerTest, RawSendsReachTheServerAsFrames) {
+    Inbox<IncomingFrame> frames;
+    server->stop();
+    RuxIpcServer::Callbacks callbacks;
+    callbacks.onConnected = [this](const RuxIpcServerClient& c) { connected.put(c); };
+    callbacks.onFrame = [&](const RuxIpcServerClient&, const IncomingFrame& f) { frames.put(f); };
+    server = std::make_unique<RuxIpcServer>(callbacks);
+    ASSERT_TRUE(server->start(path));
+    auto session = connectedSession();
+    ASSERT_TRUE(session->send(3, 77, {5, 6}));
+    ASSERT_TRUE(frames.waitFor(1));
+    const IncomingFrame f = frames.get()[0];
+    EXPECT_EQ(f.srcProcessId, 101u);
+    EXPECT_EQ(f.dstProcessId, 1u);
+    EXPECT_EQ(f.msgId, 77u);
+    EXPECT_EQ(f.subsystemId, 3u);
+    EXPECT_EQ(f.sessionId, session->sessionId());
+    EXPECT_EQ(f.payload, (Bytes{5, 6}));
+    EXPECT_NE(capture.findEndingWith("subsystem id: 3 msg id: 77").priority, -1);
+}
+
+TEST_F(SessionWithServerTest, ServerDroppingTheClientEndsTheSessionOnce) {
+    auto session = connectedSession();
+    const RuxIpcServerClient client = connected.get()[0];
+    client.disconnect();
+    ASSERT_TRUE(status.waitFor(2));
+    EXPECT_EQ(status.get(), (std::vector<bool>{true, false}));
+    EXPECT_FALSE(session->isConnected());
+    EXPECT_EQ(session->socketFd(), -1);
+    EXPECT_NE(
+        capture.findEndingWith("handleSessionEnd for session " + std::to_string(client.sessionId()))
+            .priority,
+        -1);
+    ASSERT_TRUE(disconnected.waitFor(1));
+    EXPECT_FALSE(client.isConnected());
+    EXPECT_FALSE(client.sendBlob(RUX_SDK_TYPE_REQUEST_CLIENT, {1}));
+
+    // Sends are now dropped; a new connect starts again and gets a new session.
+    capture.clear();
+    session->send(std::make_shared<SendBlobMessage>(RUX_SDK_TYPE_REQUEST_CLIENT, Bytes{1}));
+    EXPECT_EQ(capture.findEndingWith("IPC socket is not connected").priority, 6);
+    session->connectToServer(status.callback());
+    ASSERT_TRUE(status.waitFor(3));
+    EXPECT_EQ(status.get().back(), true);
+    ASSERT_TRUE(connected.waitFor(2));
+    EXPECT_EQ(session->sessionId(), connected.get()[1].sessionId());
+    EXPECT_NE(session->sessionId(), client.sessionId());
+}
+
+TEST_F(SessionWithServerTest, CleanupOfAConnectedSessionReturnsAndReportsNothing) {
+    auto session = connectedSession();
+    const int fd = session->socketFd();
+    auto done = std::async(std::launch::async, [&] { session->cleanup(); });
+    ASSERT_EQ(done.wait_for(10s), std::future_status::ready)
+        << "cleanup() of a connected session hung";
+    EXPECT_EQ(session->socketFd(), -1);
+    EXPECT_FALSE(session->isConnected());
+    ASSERT_TRUE(disconnected.waitFor(1));  // the service sees the client go
+    // Close, wait, deregistration, in that order. (The service deregisters its own end
+    // on another thread, so only the relative order is checked.)
+    const auto lines = capture.lines();
+    auto indexOf = [&](const std::string& needle, size_t from) {
+        for (size_t i = from; i < lines.size(); ++i)
+            if (lines[i].text.find(needle) != std::string::npos) return i;
+        return lines.size();
+    };
+    const size_t closing = indexOf("RuxIpcSession::cleanup:", 0);
+    ASSERT_LT(closing, lines.size()) << capture.dump();
+    EXPECT_NE(lines[closing].text.find("closing socket Fd " + std::to_string(fd)),
+              std::string::npos);
+    const size_t deregistered = indexOf("deregisterSocket: ENTER", closing);
+    const size_t exit = indexOf("RuxIpcSession::cleanup:", closing + 1);
+    ASSERT_LT(exit, lines.size()) << capture.dump();
+    EXPECT_LT(deregistered, exit);
+    EXPECT_EQ(lines[exit].text.substr(lines[exit].text.size() - 5), " EXIT");
+    session.reset();
+    EXPECT_EQ(status.get(), std::vector<bool>{true});
+}
+
+TEST_F(SessionWithServerTest, DestroyingAConnectedSessionTearsDownCleanly) {
+    for (bool threaded : {false, true}) {
+        SCOPED_TRACE(threaded ? "threaded" : "unthreaded");
+        status.statuses.clear();
+        auto session = connectedSession(threaded);
+        capture.clear();
+        auto done = std::async(std::launch::async, [&] { session.reset(); });
+        ASSERT_EQ(done.wait_for(10s), std::future_status::ready);
+        std::vector<std::string> order;
+        for (auto& l : capture.lines()) {
+            for (const char* t : {"dtor: ENTER[ ", "closing socket Fd ", "IpcHandler stop called"})
+                if (l.text.find(t) != std::string::npos) order.push_back(t);
+        }
+        EXPECT_EQ(order, (std::vector<std::string>{"dtor: ENTER[ ", "closing socket Fd ",
+                                                   "IpcHandler stop called"}))
+            << capture.dump();
+        EXPECT_EQ(status.get(), std::vector<bool>{true});
+    }
+}
+
+TEST_F(SessionWithServerTest, RefusingServerLooksLikeNoService) {
+    server->setRefuseConnections(true);
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(path, 2));
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), std::vector<bool>{false});
+    EXPECT_EQ(countEndingWith(capture, "Connect ret: -1"), 2u);
+    EXPECT_EQ(connected.get().size(), 0u);
+
+    server->setRefuseConnections(false);
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), (std::vector<bool>{false, true}));
+}
+
+TEST_F(SessionWithServerTest, ServerStopEndsEveryClient) {
+    auto first = connectedSession();
+    auto second =
+        std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_102, false, fastOptions(path));
+    StatusLog secondStatus;
+    second->connectToServer(secondStatus.callback());
+    ASSERT_EQ(secondStatus.get(), std::vector<bool>{true});
+    EXPECT_NE(first->sessionId(), second->sessionId());
+    EXPECT_EQ(server->clients().size(), 2u);
+    server->stop();
+    EXPECT_EQ(disconnected.get().size(), 2u);
+    EXPECT_TRUE(server->clients().empty());
+    ASSERT_TRUE(status.waitFor(2));
+    ASSERT_TRUE(secondStatus.waitFor(2));
+    EXPECT_EQ(secondStatus.get(), (std::vector<bool>{true, false}));
+}
+
+// One thread sends while the receiver thread delivers the echoes.
+TEST_F(SessionWithServerTest, SendingWhileTheReceiverDelivers) {
+    echo = true;
+    for (bool threaded : {false, true}) {
+        SCOPED_TRACE(threaded ? "threaded" : "unthreaded");
+        status.statuses.clear();
+        auto session = connectedSession(threaded);
+        Inbox<SendBlobMessage> received;
+        session->registerForMessages(blobRegistry(received));
+        constexpr int kCount = 200;
+        for (int i = 0; i < kCount; ++i)
+            ASSERT_TRUE(session->send(std::make_shared<SendBlobMessage>(
+                RUX_SDK_TYPE_REQUEST_CLIENT,
+                Bytes{static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8)})));
+        ASSERT_TRUE(received.waitFor(kCount));
+        const auto got = received.get();
+        for (int i = 0; i < kCount; ++i)
+            EXPECT_EQ(got[i].blob, (Bytes{static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8)}))
+                << i;
+        session.reset();
+    }
+}
+
+// --- against a scripted peer ------------------------------------------------------
+
+TEST(SessionHandshakeTest, ClientBytesOnTheSocketAreExact) {
+    const std::string path = uniquePath();
+    Bytes resp, frame;
+    std::promise<void> peerDone;
+    ScriptedPeer peer(path, [&](int fd) {
+        ScriptedPeer::write(fd, encodeHandshakeInit(0x1234));
+        resp = ScriptedPeer::readExactly(fd, 12);
+        ScriptedPeer::write(fd, encodeHandshakeComplete(0x1234));
+        frame = ScriptedPeer::readExactly(fd, 48 + 6);
+    });
+    auto finished = peer.finished();
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_104, false, fastOptions(path));
+    session.connectToServer(status.callback());
+    ASSERT_EQ(status.get(), std::vector<bool>{true});
+    session.send(std::make_shared<SendBlobMessage>(static_cast<RuxSdkType>(6), Bytes{0x0A, 0x0B}));
+    ASSERT_EQ(finished.wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(resp, (Bytes{2, 0, 0, 0, 0x34, 0x12, 0, 0, 104, 0, 0, 0}));
+    const Bytes expected = {104,  0,    0, 0, 0,    0,   0, 0,  // srcProcessId: this client
+                            1,    0,    0, 0, 0,    0,   0, 0,  // dstProcessId: the service
+                            5,    0,    0, 0, 0,    0,   0, 0,  // msgId: SendBlobMessage
+                            0,    0,    0, 0, 0,    0,   0, 0,  // subsystemId
+                            0x34, 0x12, 0, 0, 0,    0,   0, 0,  // sessionId
+                            6,    0,    0, 0, 0,    0,   0, 0,  // length
+                            6,    0,    0, 0, 0x0A, 0x0B};      // sdkType, blob
+    EXPECT_EQ(frame, expected);
+}
+
+struct HandshakeCase {
+    const char* name;
+    std::function<void(int fd)> script;  // what the peer does after accepting
+    const char* logLine;                 // the line that names the failure
+};
+
+void PrintTo(const HandshakeCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class SessionHandshakeFailureTest : public ::testing::TestWithParam<HandshakeCase> {};
+
+// Each failure: its log line, the socket closed, false reported once, one attempt only.
+TEST_P(SessionHandshakeFailureTest, FailsOnceClosesAndDoesNotRetry) {
+    LogCapture capture;
+    const std::string path = uniquePath();
+    std::atomic<bool> sawClose{false};
+    ScriptedPeer peer(path, [&](int fd) {
+        GetParam().script(fd);
+        sawClose = ScriptedPeer::seesClose(fd);
+    });
+    auto finished = peer.finished();
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(path, 5));
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), std::vector<bool>{false});
+    EXPECT_EQ(session.socketFd(), -1);
+    EXPECT_FALSE(session.isConnected());
+    ASSERT_EQ(finished.wait_for(10s), std::future_status::ready);
+    EXPECT_TRUE(sawClose.load());
+    EXPECT_EQ(peer.accepted(), 1);
+    EXPECT_EQ(countEndingWith(capture, "Connect ret: 0"), 1u);
+    EXPECT_NE(capture.findEndingWith(GetParam().logLine).priority, -1) << capture.dump();
+    EXPECT_NE(capture.findEndingWith("returning: result: 0").priority, -1);
+    EXPECT_EQ(countEndingWith(capture, "notifyConnectionStatus: 0"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Packets, SessionHandshakeFailureTest,
+    ::testing::Values(
+        HandshakeCase{"TwelveByteFirstPacket",
+                      [](int fd) { ScriptedPeer::write(fd, encodeHandshakeResp(1, 1)); },
+                      "Received data size does not match with expected size"},
+        HandshakeCase{"MismatchedCompleteId",
+                      [](int fd) {
+                          ScriptedPeer::write(fd, encodeHandshakeInit(7));
+                          ScriptedPeer::readExactly(fd, 12);
+                          ScriptedPeer::write(fd, encodeHandshakeComplete(8));
+                      },
+                      "HANDSHAKE_COMPLETE: receivedSessionId: 8"},
+        HandshakeCase{"CompleteWithoutInit",
+                      [](int fd) { ScriptedPeer::write(fd, encodeHandshakeComplete(0)); },
+                      "HANDSHAKE_COMPLETE: receivedSessionId: 0"},
+        HandshakeCase{"UnknownType",
+                      [](int fd) {
+                          ScriptedPeer::write(fd, Bytes{9, 0, 0, 0, 1, 0, 0, 0});
+                      },
+                      "Unknown handshake type"},
+        HandshakeCase{"ShortPacket",
+                      [](int fd) {
+                          ScriptedPeer::write(fd, Bytes{1, 0, 0});
+                      },
+                      "Received data size does not match with expected size"},
+        HandshakeCase{"CloseBeforeInit", [](int fd) { ::shutdown(fd, SHUT_WR); }, "recv: len: 0"}),
+    [](const ::testing::TestParamInfo<HandshakeCase>& info) {
+        return std::string(info.param.name);
+    });
+
+TEST(SessionHandshakeTest, SilentPeerTimesOutTheHandshake) {
+    LogCapture capture;
+    const std::string path = uniquePath();
+    ScriptedPeer peer(path, [](int fd) { ScriptedPeer::seesClose(fd); });
+    ConnectOptions options = fastOptions(path);
+    options.handshakeTimeout = 50ms;
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, options);
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), std::vector<bool>{false});
+    EXPECT_EQ(
+        capture.findEndingWith("recv returns error: errno: 11(Resource temporarily unavailable)")
+            .priority,
+        6)
+        << capture.dump();
+}
+
+// The frame follows COMPLETE at once, so it may share a read with it.
+TEST(SessionHandshakeTest, PeerClosingMidPayloadEndsTheSession) {
+    LogCapture capture;
+    const std::string path = uniquePath();
+    ScriptedPeer peer(path, [](int fd) {
+        ScriptedPeer::write(fd, encodeHandshakeInit(21));
+        ScriptedPeer::readExactly(fd, 12);
+        ScriptedPeer::write(fd, encodeHandshakeComplete(21));
+        ipcMsg_t header{1, 101, 5, 0, 21, 10};
+        Bytes bytes = encodeFrame(header, Bytes(10, 1).data());
+        bytes.resize(48 + 4);
+        ScriptedPeer::write(fd, bytes);
+    });
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(path));
+    session.connectToServer(status.callback());
+    // The loss may beat the connect path's report; then only the loss is reported.
+    ASSERT_TRUE(status.waitForLoss());
+    const auto statuses = status.get();
+    EXPECT_TRUE(statuses == (std::vector<bool>{true, false}) || statuses == std::vector<bool>{false})
+        << statuses.size();
+    EXPECT_EQ(
+        capture.findEndingWith("Unexpected data received: expected size: 10, received size: 4")
+            .priority,
+        6);
+    EXPECT_NE(capture.findEndingWith("handleSessionEnd for session 21").priority, -1);
+    EXPECT_FALSE(capture.contains("No MessageConstructor"));
+}
+
+// --- without a service --------------------------------------------------------------
+
+TEST(SessionConnectTest, NoListenerGivesEveryAttemptThenOneFalse) {
+    LogCapture capture;
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(uniquePath(), 4));
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), std::vector<bool>{false});
+    EXPECT_EQ(countEndingWith(capture, "Connect ret: -1"), 4u);
+    EXPECT_EQ(capture.findEndingWith("Connect fail: Max retry reached!!").priority, 6);
+    EXPECT_EQ(session.socketFd(), -1);
+}
+
+// The system's own numbers: 50 attempts, 100 ms apart.
+TEST(SessionConnectTest, DefaultsAreFiftyAttemptsAHundredMillisecondsApart) {
+    LogCapture capture;
+    ConnectOptions options;
+    EXPECT_EQ(options.maxAttempts, 50);
+    EXPECT_EQ(options.retryDelay, std::chrono::microseconds(100000));
+    options.socketPath = uniquePath();
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, options);
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), std::vector<bool>{false});
+    EXPECT_EQ(countEndingWith(capture, "Connect ret: -1"), 50u);
+    EXPECT_EQ(countEndingWith(capture, "Connect fail: Max retry reached!!"), 1u);
+}
+
+TEST(SessionConnectTest, CleanupDuringRetriesStopsThemWithoutAStatus) {
+    LogCapture capture;
+    StatusLog status;
+    ConnectOptions options;
+    options.socketPath = uniquePath();  // nobody listens: 50 x 100 ms unless stopped
+    auto session = std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_101, true, options);
+    session->connectToServer(status.callback());
+    ASSERT_TRUE(capture.waitForText("Connect ret: -1"));
+    auto done = std::async(std::launch::async, [&] { session->cleanup(); });
+    ASSERT_EQ(done.wait_for(10s), std::future_status::ready);
+    EXPECT_TRUE(capture.waitForText("Connect fail: mThreadSemaphore.increase"));
+    EXPECT_NE(capture.findEndingWith("Connect fail: mSocketFd is -1; break").priority, -1);
+    EXPECT_LT(countEndingWith(capture, "Connect ret: -1"), 50u);
+    session.reset();
+    EXPECT_TRUE(status.get().empty());
+}
+
+TEST(SessionConnectTest, SessionBuiltAroundASocketClosesItWithoutWaiting) {
+    LogCapture capture;
+    int fds[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds), 0);
+    {
+        RuxIpcSession session(fds[0], 77, PROCESS_ID_SERVICE, PROCESS_ID_CLIENT_101, false);
+        auto done = std::async(std::launch::async, [&] { session.cleanup(); });
+        ASSERT_EQ(done.wait_for(10s), std::future_status::ready);
+        EXPECT_EQ(session.socketFd(), -1);
+    }
+    EXPECT_TRUE(ScriptedPeer::seesClose(fds[1]));
+    EXPECT_NE(capture.findEndingWith("closing socket Fd " + std::to_string(fds[0])).priority, -1);
+    ::close(fds[1]);
+}
+
+TEST(SessionConnectTest, SecondConnectWhileConnectedReturnsAtOnce) {
+    LogCapture capture;
+    const std::string path = uniquePath();
+    RuxIpcServer server(RuxIpcServer::Callbacks{});
+    ASSERT_TRUE(server.start(path));
+    StatusLog status;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(path));
+    session.connectToServer(status.callback());
+    session.connectToServer(status.callback());
+    EXPECT_EQ(status.get(), std::vector<bool>{true});
+    EXPECT_NE(capture.findEndingWith("mSocketFd != -1; RETURNING!!!").priority, -1);
+    session.cleanup();
+    server.stop();
+}
+
+TEST(SessionConnectTest, SocketPathComesFromTheEnvironmentOnHostBuilds) {
+    const std::string path = uniquePath();
+    RuxIpcServer server(RuxIpcServer::Callbacks{});
+    ASSERT_TRUE(server.start(path));
+    ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
+    StatusLog status;
+    ConnectOptions options;  // no explicit path
+    options.maxAttempts = 1;
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, options);
+    session.connectToServer(status.callback());
+    ::unsetenv("RUX_SOCKET_PATH");
+    EXPECT_EQ(status.get(), std::vector<bool>{true});
+}
+
+}  // namespace
