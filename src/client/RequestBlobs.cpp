@@ -1,0 +1,205 @@
+#include "client/RequestBlobs.h"
+
+#include "client/ClientLog.h"
+#include "client/EnumConversions.h"
+
+namespace rux::client {
+
+namespace {
+
+template <typename Message>
+Blob serialise(const Message& message) {
+    const size_t size = message.ByteSizeLong();
+    Blob blob(size);
+    if (size > 0 && !message.SerializeToArray(blob.data(), static_cast<int>(size))) blob.clear();
+    return blob;
+}
+
+// Runs `fill` on a fresh ClientData and wraps the result. Allocation failures inside
+// protobuf surface as exceptions; they end here as RUX_STATUS_INTERNAL_ERR, the status for
+// a message that cannot be built. `function` names the builder in the log line.
+template <typename Fill>
+BlobResult buildRequest(const char* function, VexProto::ClientEventId eventId, unsigned long tid,
+                        Fill fill) {
+    BlobResult result{{}, RUX_STATUS_INTERNAL_ERR};
+    try {
+        VexProto::ClientData data;
+        result.second = fill(data);
+        if (result.second == RUX_STATUS_SUCCESS) {
+            result.first = serialiseClientMsg(eventId, tid, data);
+            if (result.first.empty()) result.second = RUX_STATUS_INTERNAL_ERR;
+        }
+    } catch (...) {
+        result = {{}, RUX_STATUS_INTERNAL_ERR};
+    }
+    SdkLog::print(kLogLevel, kLogTag, kLogSource, function, __LINE__,
+                  "Returning result: %d, blob.size: %d", static_cast<int>(result.second),
+                  static_cast<int>(result.first.size()));
+    return result;
+}
+
+// The local reply: `setStatus` receives the ServiceData and the wire status.
+template <typename SetStatus>
+Blob buildReply(const char* function, VexProto::ServiceEventId eventId, unsigned long tid,
+                status_e status, SetStatus setStatus) {
+    Blob blob;
+    try {
+        VexProto::ServiceData data;
+        setStatus(data, convertStatusToProto(status));
+        blob = serialiseServiceMsg(eventId, tid, data);
+    } catch (...) {
+        blob.clear();
+    }
+    SdkLog::print(kLogLevel, kLogTag, kLogSource, function, __LINE__, "Returning blob.size: %d",
+                  static_cast<int>(blob.size()));
+    return blob;
+}
+
+}  // namespace
+
+Blob serialiseClientMsg(VexProto::ClientEventId eventId, unsigned long tid,
+                        const VexProto::ClientData& data) {
+    try {
+        VexProto::ClientMsg message;
+        message.set_event_id(eventId);
+        message.set_transaction_id(tid);
+        *message.mutable_data() = data;
+        return serialise(message);
+    } catch (...) {
+        return {};
+    }
+}
+
+Blob serialiseServiceMsg(VexProto::ServiceEventId eventId, unsigned long tid,
+                         const VexProto::ServiceData& data) {
+    try {
+        VexProto::ServiceMsg message;
+        message.set_event_id(eventId);
+        message.set_transaction_id(tid);
+        *message.mutable_data() = data;
+        return serialise(message);
+    } catch (...) {
+        return {};
+    }
+}
+
+// --- requests --------------------------------------------------------------------------
+
+BlobResult makeSetCoverageStateReqBlob(unsigned long tid, slot_id_e slot, coverage_state_e state) {
+    return buildRequest(__func__, VexProto::SET_COVERAGE_STATE_REQ, tid, [&](auto& data) {
+        return convertSetCoverageStateReqToProto(*data.mutable_set_coverage_state_req(), slot,
+                                                 state);
+    });
+}
+
+BlobResult makeSetHstStateReqBlob(unsigned long tid, hst_state_e state) {
+    return buildRequest(__func__, VexProto::SET_HST_STATE_REQ, tid, [&](auto& data) {
+        return convertSetHstStateReqToProto(*data.mutable_set_hst_state_req(), state);
+    });
+}
+
+BlobResult makeGetHstStateReqBlob(unsigned long tid) {
+    return buildRequest(__func__, VexProto::GET_HST_STATE_REQ, tid, [](auto& data) {
+        data.mutable_get_hst_state_req();
+        return RUX_STATUS_SUCCESS;
+    });
+}
+
+BlobResult makeEnableCellBarringFeatureReqBlob(unsigned long tid, slot_id_e slot, bool enable) {
+    return buildRequest(__func__, VexProto::ENABLE_CELL_BARRING_FEATURE_REQ, tid, [&](auto& data) {
+        return convertEnableCellBarringFeatureReqToProto(
+            *data.mutable_enable_cell_barring_feature_req(), slot, enable);
+    });
+}
+
+BlobResult makeSetL2NRSelectionReqBlob(unsigned long tid, slot_id_e slot) {
+    return buildRequest(__func__, VexProto::SET_L2NR_SELECTION_REQ, tid, [&](auto& data) {
+        return convertSetL2NRSelectionReqToProto(*data.mutable_set_l2nr_selection_req(), slot);
+    });
+}
+
+BlobResult makeSetOutOfServiceReqBlob(unsigned long tid, slot_id_e slot, scan_state_e state) {
+    return buildRequest(__func__, VexProto::SET_OUT_OF_SERVICE_REQ, tid, [&](auto& data) {
+        return convertSetOutOfServiceReqToProto(*data.mutable_set_out_of_service_req(), slot,
+                                                state);
+    });
+}
+
+BlobResult makeSetFlightModeStateReqBlob(unsigned long tid, rux_flight_mode_state_e state) {
+    return buildRequest(__func__, VexProto::SET_FLIGHT_MODE_STATE_REQ, tid, [&](auto& data) {
+        return convertSetFlightModeStateReqToProto(*data.mutable_set_flight_mode_state_req(),
+                                                   state);
+    });
+}
+
+BlobResult makeSetDeviceFoldStateReqBlob(unsigned long tid, rux_device_fold_state_e state) {
+    return buildRequest(__func__, VexProto::SET_DEVICE_FOLD_STATE_REQ, tid, [&](auto& data) {
+        return convertSetDeviceFoldStateReqToProto(*data.mutable_set_device_fold_state_req(),
+                                                   state);
+    });
+}
+
+BlobResult makeSetSubwayStateReqBlob(unsigned long tid, rux_subway_state_e state) {
+    return buildRequest(__func__, VexProto::SET_SUBWAY_STATE_REQ, tid, [&](auto& data) {
+        return convertSetSubwayStateReqToProto(*data.mutable_set_subway_state_req(), state);
+    });
+}
+
+// --- local replies -----------------------------------------------------------------------
+
+Blob makeSetCoverageStateRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_COVERAGE_STATE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_coverage_state_resp()->set_status(wire); });
+}
+
+Blob makeSetHstStateRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_HST_STATE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_hst_state_resp()->set_status(wire); });
+}
+
+Blob makeGetHstStateRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::GET_HST_STATE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_get_hst_state_resp()->set_status(wire); });
+}
+
+Blob makeEnableCellBarringFeatureRespBlob(unsigned long tid, status_e status) {
+    return buildReply(__func__, VexProto::ENABLE_CELL_BARRING_FEATURE_RESP, tid, status,
+                      [](auto& data, auto wire) {
+                          data.mutable_enable_cell_barring_feature_resp()->set_status(wire);
+                      });
+}
+
+Blob makeSetL2NRSelectionRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_L2NR_SELECTION_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_l2nr_selection_resp()->set_status(wire); });
+}
+
+Blob makeSetOutOfServiceRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_OUT_OF_SERVICE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_out_of_service_resp()->set_status(wire); });
+}
+
+Blob makeSetFlightModeStateRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_FLIGHT_MODE_STATE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_flight_mode_state_resp()->set_status(wire); });
+}
+
+Blob makeSetDeviceFoldStateRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_DEVICE_FOLD_STATE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_device_fold_state_resp()->set_status(wire); });
+}
+
+Blob makeSetSubwayStateRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_SUBWAY_STATE_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_subway_state_resp()->set_status(wire); });
+}
+
+}  // namespace rux::client

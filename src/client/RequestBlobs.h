@@ -1,0 +1,53 @@
+// Request and local-reply blobs of the state and control requests whose arguments are
+// plain enums: the C arguments become one serialised ClientMsg, and a failed conversion
+// becomes one serialised ServiceMsg that answers the request locally.
+//
+// Request builders (make<Request>ReqBlob) return the blob and a status_e: on success the
+// serialised ClientMsg with the request's event id, the transaction id and the filled
+// payload; otherwise an empty blob and the conversion's failure (RUX_STATUS_INVALID_ARG,
+// RUX_STATUS_INVALID_SLOT, or RUX_STATUS_INTERNAL_ERR when the message cannot be built).
+// Reply builders (make<Request>RespBlob) return the serialised ServiceMsg with the matching
+// response event id, the same transaction id and the status converted to the wire.
+// All are pure, thread-safe and never throw; each logs its result (tag "MavoClient").
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "rux/rux_client.h"
+#include "vex.pb.h"
+
+namespace rux::client {
+
+using Blob = std::vector<unsigned char>;
+using BlobResult = std::pair<Blob, status_e>;
+
+// The envelope alone, for the requests built inline (registration, DPPD, multi-SIM):
+// ClientMsg{eventId, tid, data} sized and serialised into a vector of exactly that size.
+// An empty blob if it cannot be built.
+Blob serialiseClientMsg(VexProto::ClientEventId eventId, unsigned long tid,
+                        const VexProto::ClientData& data);
+Blob serialiseServiceMsg(VexProto::ServiceEventId eventId, unsigned long tid,
+                         const VexProto::ServiceData& data);
+
+BlobResult makeSetCoverageStateReqBlob(unsigned long tid, slot_id_e slot, coverage_state_e state);
+BlobResult makeSetHstStateReqBlob(unsigned long tid, hst_state_e state);
+BlobResult makeGetHstStateReqBlob(unsigned long tid);
+BlobResult makeEnableCellBarringFeatureReqBlob(unsigned long tid, slot_id_e slot, bool enable);
+BlobResult makeSetL2NRSelectionReqBlob(unsigned long tid, slot_id_e slot);
+BlobResult makeSetOutOfServiceReqBlob(unsigned long tid, slot_id_e slot, scan_state_e state);
+BlobResult makeSetFlightModeStateReqBlob(unsigned long tid, rux_flight_mode_state_e state);
+BlobResult makeSetDeviceFoldStateReqBlob(unsigned long tid, rux_device_fold_state_e state);
+BlobResult makeSetSubwayStateReqBlob(unsigned long tid, rux_subway_state_e state);
+
+Blob makeSetCoverageStateRespBlob(unsigned long tid, status_e status);
+Blob makeSetHstStateRespBlob(unsigned long tid, status_e status);
+Blob makeGetHstStateRespBlob(unsigned long tid, status_e status);
+Blob makeEnableCellBarringFeatureRespBlob(unsigned long tid, status_e status);
+Blob makeSetL2NRSelectionRespBlob(unsigned long tid, status_e status);
+Blob makeSetOutOfServiceRespBlob(unsigned long tid, status_e status);
+Blob makeSetFlightModeStateRespBlob(unsigned long tid, status_e status);
+Blob makeSetDeviceFoldStateRespBlob(unsigned long tid, status_e status);
+Blob makeSetSubwayStateRespBlob(unsigned long tid, status_e status);
+
+}  // namespace rux::client
