@@ -434,6 +434,8 @@ TEST_F(SessionWithServerTest, ServerStopEndsEveryClient) {
     second->connectToServer(secondStatus.callback());
     ASSERT_EQ(secondStatus.get(), std::vector<bool>{true});
     EXPECT_NE(first->sessionId(), second->sessionId());
+    // The client hears HANDSHAKE_COMPLETE before the server has listed it.
+    ASSERT_TRUE(connected.waitFor(2));
     EXPECT_EQ(server->clients().size(), 2u);
     server->stop();
     EXPECT_EQ(disconnected.get().size(), 2u);
