@@ -11,11 +11,10 @@
 #include <memory>
 #include <mutex>
 
-#include "rux/rux_export.h"
 
 namespace rux::utils {
 
-class RUX_EXPORT WakelockWrapper {
+class WakelockWrapper {
 public:
     // The process-wide instance, created on first use and released at exit.
     static std::shared_ptr<WakelockWrapper> getInstance();

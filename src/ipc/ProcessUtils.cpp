@@ -28,16 +28,6 @@ constexpr const char* kTag = "RUX";
 }
 [[maybe_unused]] const char* errorMessage(const char* result, const char*) { return result; }
 
-std::atomic<bool> gGlobalsReleased{false};
-
-struct GlobalsHolder {
-    std::shared_ptr<ProcessUtilsGlobals> globals = std::make_shared<ProcessUtilsGlobals>();
-    ~GlobalsHolder() {
-        gGlobalsReleased.store(true);
-        globals.reset();
-    }
-};
-
 }  // namespace
 
 std::string errnoText(int err) {
@@ -49,10 +39,12 @@ SocketDescriptor::~SocketDescriptor() {
     if (owned && fd >= 0) ::close(fd);
 }
 
+// The socket registry is never freed: receiver threads and sessions owned by static
+// objects of the host process may still reach it while the process exits.
 std::shared_ptr<ProcessUtilsGlobals> getProcessUtilsGlobals() {
-    static GlobalsHolder holder;
-    if (gGlobalsReleased.load()) return nullptr;
-    return holder.globals;
+    static const auto* const globals =
+        new std::shared_ptr<ProcessUtilsGlobals>(std::make_shared<ProcessUtilsGlobals>());
+    return *globals;
 }
 
 ProcessUtilsGlobals::~ProcessUtilsGlobals() {

@@ -1,0 +1,187 @@
+// MavoClient: the one object behind the C interface. It hands out transaction ids,
+// keeps each request's completion callback under its id, turns C calls into VexProto
+// requests posted to the SDK thread, and dispatches replies and indications to the
+// application's callbacks (blobListener).
+//
+// Threads:
+// - The static fronts (one per C function) run on application threads.
+// - blobListener runs on the receiver thread (service replies, indications,
+//   SERVICE_DOWN of a lost session) and on the SDK thread (local replies, SEND_FAILED,
+//   SERVICE_UP/DOWN of a connect attempt), possibly on both at once. It calls the
+//   application's callbacks on the thread that called it.
+//
+// Shared state: the callback pointers are atomics (last writer wins, as plain stores
+// would); the fallback callback is set once by compare-and-swap. mMapLock guards the
+// callback map only and is held for one insert, or one find-and-erase, never while a
+// callback runs. currentTid is an atomic counter. mInstance is guarded by
+// sInstanceLock, held only to read or replace the pointer.
+//
+// Lifecycle: registerRuxClient creates the instance and, through SdkBase, the SDK
+// client and its thread; deregisterRuxClient (also run at exit) marks the instance
+// deregistered (blobListener delivers nothing from then on), retires client type 4,
+// which waits for the SDK thread and the session's receiver, and drops the instance.
+// So no callback of this instance runs once deregisterRuxClient has returned.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "client/RequestBlobs.h"
+#include "rux/rux_client.h"
+#include "sdk/SdkBase.h"
+
+namespace rux::client {
+
+class MavoClient : public sdk::SdkBase {
+public:
+    // A completion callback with its type erased, as the callback map stores it.
+    using ErasedCallback = void (*)();
+
+    MavoClient();
+    ~MavoClient() override;
+
+    // The instance, or null.
+    static std::shared_ptr<MavoClient> getInstance();
+
+    // --- the C interface: each front finds the instance and does one call's work ---
+    static void registerRuxClient(rux_status_cb cb);
+    static void deregisterRuxClient();
+    static void registerHstStateReport(rux_hst_state_ind_cb cb);
+    static void registerSubwayStateReport(rux_subway_state_ind_cb cb);
+    static void registerDppdIndication(rux_dppd_capability_ind_cb capabilityCb,
+                                       rux_dppd_recommendation_ind_cb recommendationCb);
+    static void registerMultiSimSubmodeIndication(rux_submode_info_ind_cb cb);
+
+    static int setHstState(hst_state_e state, rux_response_cb cb);
+    static int getHstState(rux_get_hst_state_cb cb);
+    static int setCoverageState(slot_id_e slot, coverage_state_e state, rux_response_cb cb);
+    static int setOutOfServiceState(slot_id_e slot, scan_state_e state, rux_response_cb cb);
+    static int setL2nrSelection(slot_id_e slot, rux_response_cb cb);
+    static int enableCellBarringFeature(slot_id_e slot, bool enable, rux_response_cb cb);
+    static int setFlightModeState(rux_flight_mode_state_e state, rux_response_cb cb);
+    static int setDeviceFoldState(rux_device_fold_state_e state, rux_response_cb cb);
+    static int setSubwayState(rux_subway_state_e state, rux_response_cb cb);
+
+    static int setCellBarringInfo(slot_id_e slot, cell_barring_info_s const* info,
+                                  rux_response_cb cb);
+    static int setDataStallParameters(slot_id_e slot, data_stall_params_s const* params,
+                                      rux_response_cb cb);
+    static int setLteDubiousCellArray(slot_id_e slot, unsigned long count,
+                                      lte_dubious_cell_info_s const* cells, rux_response_cb cb);
+    static int setNrDubiousCellArray(slot_id_e slot, unsigned long count,
+                                     nr_dubious_cell_info_s const* cells, rux_response_cb cb);
+    static int setPreferredCellList(slot_id_e slot, preferred_cell_list_s const* list,
+                                    rux_response_cb cb);
+
+    static int getDppdCapability(rux_dppd_flag_cb cb);
+    static int updateDppdUiOption(bool enable, rux_dppd_flag_cb cb);
+    static int getDppdRecommendation(rux_dppd_recommendation_cb cb);
+    static int getMultiSimSubmodeInfo(rux_submode_info_cb cb);
+
+    static int setCellListInfo(set_cell_list_info_s const* info, rux_response_v2_cb cb,
+                               rux_cell_list_info_ind_cb indCb);
+    static int setDubiousCellArrayV2(dubious_cell_info_v2_s const* info, rux_response_v2_cb cb);
+
+    // --- transaction ids -------------------------------------------------------------
+
+    // 1, 3, 5, ...: the counter stays one ahead of the id returned; after INT_MAX the
+    // next id is 1 again.
+    static int getNextTransactionId();
+    // Test seam: the counter's value (the next id is this plus one, or 1 past INT_MAX).
+    static void setCurrentTid(int value);
+
+    // --- the callback map ------------------------------------------------------------
+
+    // Stores (or replaces) the callback for `tid`; a null callback is stored too.
+    template <typename Callback>
+    void setUserCallback(int tid, Callback cb) {
+        std::lock_guard<std::mutex> lock(mMapLock);
+        mCallbackMap[mapKey(tid)] = reinterpret_cast<ErasedCallback>(cb);
+    }
+    // Takes the callback for `tid` out of the map: null (with "Couldn't find cb for
+    // transaction id: 0x%lu") when there is none.
+    template <typename Callback>
+    Callback getUserCallBack(int tid) {
+        return reinterpret_cast<Callback>(takeCallback(tid));
+    }
+    size_t pendingCallbacks() const;
+
+    // --- indication callbacks (null turns one off) -------------------------------------
+    void setServiceStatusCallback(rux_status_cb cb) { mServiceStatusCb.store(cb); }
+    void setHstStateIndCallback(rux_hst_state_ind_cb cb) { mHstStateIndCb.store(cb); }
+    void setSubwayStateIndCallback(rux_subway_state_ind_cb cb) { mSubwayStateIndCb.store(cb); }
+    void setDppdIndCallbacks(rux_dppd_capability_ind_cb capabilityCb,
+                             rux_dppd_recommendation_ind_cb recommendationCb) {
+        mDppdCapabilityIndCb.store(capabilityCb);
+        mDppdRecommendationIndCb.store(recommendationCb);
+    }
+    void setMultiSimIndCallback(rux_submode_info_ind_cb cb) { mMultiSimIndCb.store(cb); }
+    void setCellListIndCallback(rux_cell_list_info_ind_cb cb) { mCellListIndCb.store(cb); }
+    // The first non-null `cb` given here stays the fallback for good.
+    void offerFallbackCallback(rux_response_cb cb);
+    rux_response_cb fallbackCallback() const { return mFallbackCb.load(); }
+
+    void triggerHstStateChangeCb(hst_state_e state);
+    void triggerSubwayStateChangeCb(rux_subway_state_e state);
+    void triggerServiceStatusCb(status_e status);
+    void triggeNotifyDppdCapabilityCb(bool capable);
+    void triggerNotifyDppdRecommendationCb(data_recommendation_s recommendation);
+    void triggerNotifyMultiSimSubmodeInfoCb(submode_info_s info);
+
+    // --- replies -----------------------------------------------------------------------
+
+    void blobListener(SdkStatus status, const std::vector<uint8_t>& blob) override;
+
+    // A send event for client type 4 carrying `blob`; `toClient` marks a local reply.
+    static std::shared_ptr<sdk::SdkClientEvent> makeSdkClientEvent(std::vector<unsigned char> blob,
+                                                                   bool toClient);
+
+private:
+    static unsigned long mapKey(int tid) {
+        return static_cast<unsigned long>(static_cast<long>(tid));
+    }
+    ErasedCallback takeCallback(int tid);
+    void eraseCallback(int tid);
+
+    // The instance when it can take requests (it has an SDK client); otherwise null
+    // after "Failed to get SDK instance.".
+    static std::shared_ptr<MavoClient> instanceForRequest();
+    static void onSdkSetupFailed(int status);
+
+    // The steps of a status_e-family request: optional fallback, id, stored callback,
+    // the request blob or (when its conversion fails) a local reply, posted.
+    template <typename Callback, typename Build, typename Reply>
+    int sendRequest(Callback cb, bool setsFallback, Build build, Reply reply);
+    // A request with an empty payload built here (DPPD, multi-SIM queries).
+    template <typename Callback, typename Fill>
+    int sendQuery(Callback cb, VexProto::ClientEventId eventId, Fill fill);
+    // A request that is answered here with `status`, not sent.
+    int answerLocally(rux_response_cb cb, VexProto::ServiceEventId replyId, status_e status);
+    void post(std::vector<unsigned char> blob, bool toClient);
+
+    void handleResponse(const std::vector<uint8_t>& blob);
+    void deliverPlainReply(int tid, VexProto::Status status);
+    void deliverV2Reply(int tid, VexProto::Status status, bool eraseAgain);
+
+    std::atomic<rux_status_cb> mServiceStatusCb{nullptr};
+    std::atomic<rux_response_cb> mFallbackCb{nullptr};
+    std::atomic<rux_hst_state_ind_cb> mHstStateIndCb{nullptr};
+    std::atomic<rux_subway_state_ind_cb> mSubwayStateIndCb{nullptr};
+    std::atomic<rux_dppd_capability_ind_cb> mDppdCapabilityIndCb{nullptr};
+    std::atomic<rux_dppd_recommendation_ind_cb> mDppdRecommendationIndCb{nullptr};
+    std::atomic<rux_submode_info_ind_cb> mMultiSimIndCb{nullptr};
+    std::atomic<rux_cell_list_info_ind_cb> mCellListIndCb{nullptr};
+    std::atomic<bool> mDeregistered{false};
+
+    mutable std::mutex mMapLock;
+    std::map<unsigned long, ErasedCallback> mCallbackMap;  // guarded by mMapLock
+
+    static std::mutex sInstanceLock;
+    static std::shared_ptr<MavoClient> mInstance;  // guarded by sInstanceLock
+    static std::atomic<int> currentTid;
+};
+
+}  // namespace rux::client
