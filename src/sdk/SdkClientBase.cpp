@@ -25,10 +25,11 @@ bool SdkClientBase::start(RuxSdkClientType type, std::shared_ptr<SdkClientEvent>
     // Running from here on, so that a caller that finds this instance before the
     // thread is scheduled can post to it.
     mRunning.store(true);
+    // The first event is queued before the thread exists: requests that the caller
+    // posts right after this returns then queue behind it, never ahead.
+    if (event) postEvent(std::move(event));
     try {
-        mThread = std::thread([this, type, event = std::move(event)]() mutable {
-            sdkThread(type, std::move(event));
-        });
+        mThread = std::thread([this, type]() { sdkThread(type, nullptr); });
         mThreadId.store(mThread.get_id());
         return true;
     } catch (const std::system_error& e) {
@@ -39,6 +40,8 @@ bool SdkClientBase::start(RuxSdkClientType type, std::shared_ptr<SdkClientEvent>
 }
 
 void SdkClientBase::sdkThread(RuxSdkClientType /*type*/, std::shared_ptr<SdkClientEvent> event) {
+    // Known before the first event is handled; start() stores the same id, possibly later.
+    mThreadId.store(std::this_thread::get_id());
     RUXSDK_LOG("sdkThread called");
     if (event) postEvent(std::move(event));
     try {
