@@ -30,7 +30,9 @@ Bytes fromHex(const std::string& hex) {
     return out;
 }
 
-Bytes toBytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
+Bytes toBytes(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
 
 TEST(CryptoUtilTest, CreateRsaAcceptsOnlyRsaKeysOfTheRequestedKind) {
     const auto& keys = rux::test::testKeys();
@@ -68,9 +70,9 @@ TEST(CryptoUtilTest, SessionHeaderIsTheKeyUnderRsaOaepInA512ByteBuffer) {
     CryptoUtil writer;
     Bytes aesKey, header;
     ASSERT_TRUE(writer.initializeRsaEncryption(aesKey, header, toBytes(keys.publicPem)));
-    EXPECT_EQ(capture.findEndingWith("public_key size " + std::to_string(keys.publicPem.size()))
-                  .priority,
-              6);
+    EXPECT_EQ(
+        capture.findEndingWith("public_key size " + std::to_string(keys.publicPem.size())).priority,
+        6);
     ASSERT_EQ(aesKey.size(), 32u);
     ASSERT_EQ(header.size(), 512u);
     EXPECT_EQ(Bytes(header.begin() + 256, header.end()), Bytes(256, 0));  // 2048-bit key
@@ -98,37 +100,44 @@ TEST(CryptoUtilTest, SessionSetUpFailures) {
     EXPECT_EQ(crypto.encryptWithRSAPubKey(Bytes(32, 1), out), -1);
     EXPECT_EQ(crypto.decryptWithRSAPrivKey(Bytes(256, 1), out), -1);
     EXPECT_EQ(crypto.privateKeySize(), 0);
-}
 
-TEST(CryptoUtilTest, AKeyTooSmallForTheSessionKeyStillCountsAsSuccessWithAZeroHeader) {
     // OAEP cannot carry 32 bytes under a 512-bit key; the error result is non-zero and
     // is taken as success, leaving a header nobody can open.
     std::string privatePem, publicPem;
     ASSERT_TRUE(CryptoUtil::generateRsaKeyPair(512, privatePem, publicPem));
-    CryptoUtil crypto;
-    Bytes aesKey, header;
     EXPECT_TRUE(crypto.initializeRsaEncryption(aesKey, header, toBytes(publicPem)));
     EXPECT_EQ(aesKey.size(), 32u);
     EXPECT_EQ(header, Bytes(512, 0));
 }
 
-TEST(CryptoUtilTest, AesGcmKnownAnswer) {
-    // AES-256-GCM, zero key and IV, one zero block.
+TEST(CryptoUtilTest, KnownAnswers) {
     CryptoUtil crypto;
-    Bytes cipher, tag;
+    // AES-256-GCM, zero key and IV, one zero block.
+    Bytes cipher, tag, plain, digest;
     ASSERT_TRUE(crypto.encryptMsg(Bytes(16, 0), Bytes(32, 0), Bytes(12, 0), cipher, tag));
     EXPECT_EQ(cipher, fromHex("cea7403d4d606b6e074ec5d3baf39d18"));
     EXPECT_EQ(tag, fromHex("d0d1c8a799996bf0265b98b5d48ab919"));
-    Bytes plain;
     ASSERT_TRUE(crypto.decryptMsg(cipher, Bytes(12, 0), tag, Bytes(32, 0), plain));
     EXPECT_EQ(plain, Bytes(16, 0));
+    // SHA-256.
+    ASSERT_TRUE(crypto.sha256(toBytes("abc"), digest));
+    EXPECT_EQ(digest, fromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
+    ASSERT_TRUE(crypto.sha256({}, digest));
+    EXPECT_EQ(digest, fromHex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
 }
 
-TEST(CryptoUtilTest, DecryptionRejectsEveryAlteredPart) {
+TEST(CryptoUtilTest, FreshIvPerRecordAndDecryptionRejectsEveryAlteredPart) {
     CryptoUtil crypto;
     const Bytes key(32, 7), plain = toBytes("2025-05-24 13:02:11.045 I RUX : hello");
-    Bytes cipher, iv, tag;
+    Bytes cipher, iv, tag, c2, iv2, t2;
     ASSERT_TRUE(crypto.encryptMsg2(plain, key, cipher, iv, tag));
+    // Each record gets a fresh IV, a 16-byte tag and no padding.
+    ASSERT_TRUE(crypto.encryptMsg2(plain, key, c2, iv2, t2));
+    EXPECT_EQ(std::vector<size_t>({iv.size(), tag.size(), cipher.size()}),
+              std::vector<size_t>({12, 16, plain.size()}));
+    EXPECT_NE(iv, iv2);
+    EXPECT_NE(cipher, c2);
+    EXPECT_FALSE(crypto.genAESIV(iv2));  // its result means nothing
     struct Case {
         const char* what;
         Bytes cipher, iv, tag, key;
@@ -155,29 +164,6 @@ TEST(CryptoUtilTest, DecryptionRejectsEveryAlteredPart) {
     // Wrong sizes are refused before libcrypto sees them.
     EXPECT_FALSE(crypto.decryptMsg(cipher, Bytes(8), tag, key, out));
     EXPECT_FALSE(crypto.encryptMsg2(plain, Bytes(16), cipher, iv, tag));
-}
-
-TEST(CryptoUtilTest, EachRecordGetsAFreshIv) {
-    CryptoUtil crypto;
-    const Bytes key(32, 1), plain = toBytes("same line");
-    Bytes c1, iv1, t1, c2, iv2, t2;
-    ASSERT_TRUE(crypto.encryptMsg2(plain, key, c1, iv1, t1));
-    ASSERT_TRUE(crypto.encryptMsg2(plain, key, c2, iv2, t2));
-    EXPECT_EQ(iv1.size(), 12u);
-    EXPECT_EQ(t1.size(), 16u);
-    EXPECT_EQ(c1.size(), plain.size());  // no padding
-    EXPECT_NE(iv1, iv2);
-    EXPECT_NE(c1, c2);
-    EXPECT_FALSE(crypto.genAESIV(iv1));  // its result means nothing
-}
-
-TEST(CryptoUtilTest, Sha256) {
-    CryptoUtil crypto;
-    Bytes digest;
-    ASSERT_TRUE(crypto.sha256(toBytes("abc"), digest));
-    EXPECT_EQ(digest, fromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
-    ASSERT_TRUE(crypto.sha256({}, digest));
-    EXPECT_EQ(digest, fromHex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"));
 }
 
 TEST(CryptoUtilTest, EcdhAgreesOnEachCurve) {
@@ -224,7 +210,8 @@ TEST(LogFileFormatTest, ConfigurationRoundTripAndClamps) {
     EXPECT_EQ(back.publicKeyPem, config.publicKeyPem);
     EXPECT_TRUE(rux::logfile::decodeConfig(Bytes(8, 0)).publicKeyPem.empty());
 
-    const std::pair<uint64_t, uint64_t> files[] = {{0, 3}, {2, 3}, {3, 3}, {7, 7}, {10, 10}, {200, 10}};
+    const std::pair<uint64_t, uint64_t> files[] = {{0, 3}, {2, 3},   {3, 3},
+                                                   {7, 7}, {10, 10}, {200, 10}};
     for (auto [in, out] : files) EXPECT_EQ(rux::logfile::clampMaxFiles(in), out) << in;
     const std::pair<uint64_t, uint64_t> records[] = {
         {0, 3000}, {100, 3000}, {3000, 3000}, {12345, 12345}, {30000, 30000}, {1000000, 30000}};
@@ -261,10 +248,10 @@ TEST(LogFileFormatTest, ParsingStopsAtEveryTruncationWithTheRightVerdict) {
                   ParseStatus::kOk);
         EXPECT_EQ(next, second);
         EXPECT_EQ(record.cipher, toBytes("first"));
-        const ParseStatus expected = cut == second            ? ParseStatus::kEnd
-                                     : cut == second + 1      ? ParseStatus::kTruncatedLength
-                                     : cut < file.size()      ? ParseStatus::kTruncatedBody
-                                                              : ParseStatus::kOk;
+        const ParseStatus expected = cut == second       ? ParseStatus::kEnd
+                                     : cut == second + 1 ? ParseStatus::kTruncatedLength
+                                     : cut < file.size() ? ParseStatus::kTruncatedBody
+                                                         : ParseStatus::kOk;
         size_t after = 12345;
         EXPECT_EQ(rux::logfile::parseRecord(truncated, second, record, after), expected) << cut;
         EXPECT_EQ(after, expected == ParseStatus::kOk ? file.size() : 12345u) << cut;

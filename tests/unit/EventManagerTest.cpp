@@ -108,6 +108,13 @@ protected:
     // One loop pass that gives up after the deadline instead of hanging when an
     // expected event never comes.
     void pass() { em_.processEvents(&deadline_); }
+    bool add(const SocketPair& sp, Journal* j = nullptr, bool withClose = false,
+             int events = EPOLLIN) {
+        return em_.addEventHandler(sp.local, Journal::event, j ? j : &journal_,
+                                   withClose ? Journal::closed : nullptr, events);
+    }
+    void drop(int fd) { em_.removeEventHandler(fd, false, nullptr, nullptr); }
+    bool logged(const char* fmt, int fd) { return capture_.contains(line(fmt, fd)); }
 
     std::string line(const std::string& fmt, int fd) {
         char buf[256];
@@ -121,34 +128,38 @@ protected:
     RuxTimer deadline_;
 };
 
-TEST_F(EventManagerTest, FreshManagerCountsNoDescriptorsOfItsOwn) {
+// Only the caller's descriptors count; a second add of one fails and keeps the first;
+// due timers run before the descriptors in a pass.
+TEST_F(EventManagerTest, CountsOnlyCallersDescriptorsRefusesASecondAddRunsTimersFirst) {
     EXPECT_EQ(em_.getNumRegisteredFds(), 0);
     SocketPair a, b;
-    ASSERT_TRUE(em_.addEventHandler(a.local, Journal::event, &journal_, nullptr, EPOLLIN));
-    ASSERT_TRUE(em_.addEventHandler(b.local, Journal::event, &journal_, nullptr, EPOLLIN));
-    capture_.clear();
-    EXPECT_EQ(em_.getNumRegisteredFds(), 2);
-    EXPECT_TRUE(capture_.contains(line("Approved FD: %d", a.local))) << capture_.dump();
-    EXPECT_TRUE(capture_.contains(line("Approved FD: %d", b.local)));
-    EXPECT_EQ(capture_.matching("Approved FD: ").size(), 4u);  // plus the two eventfds
-    em_.removeEventHandler(a.local, false, nullptr, nullptr);
-    em_.removeEventHandler(b.local, false, nullptr, nullptr);
-}
-
-TEST_F(EventManagerTest, SecondAddOfTheSameDescriptorFailsAndKeepsTheFirstHandler) {
-    SocketPair sp;
     Journal other;
-    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, nullptr, EPOLLIN));
-    EXPECT_FALSE(em_.addEventHandler(sp.local, Journal::event, &other, nullptr, EPOLLIN));
-    const auto warn = capture_.findEndingWith(line("fd=%d is already in handlers", sp.local));
+    ASSERT_TRUE(add(a));
+    ASSERT_TRUE(add(b));
+    capture_.clear();
+    EXPECT_FALSE(add(a, &other));
+    EXPECT_EQ(em_.getNumRegisteredFds(), 2);
+    EXPECT_TRUE(logged("Approved FD: %d", a.local)) << capture_.dump();
+    EXPECT_TRUE(logged("Approved FD: %d", b.local));
+    EXPECT_EQ(capture_.matching("Approved FD: ").size(), 4u);  // plus the two eventfds
+    const auto warn = capture_.findEndingWith(line("fd=%d is already in handlers", a.local));
     EXPECT_EQ(warn.priority, ANDROID_LOG_WARN) << capture_.dump();
     EXPECT_EQ(warn.tag, LogCapture::kNullTag);
 
-    sp.poke();
+    struct Ctx {
+        static int run(void* self) {
+            static_cast<Journal*>(self)->add("timer");
+            return -1;
+        }
+    };
+    ASSERT_GT(deadline_.addTimedCallback(0, Ctx::run, &journal_), 0);
+    a.poke();
     pass();
-    EXPECT_EQ(journal_.snapshot(), std::vector<std::string>{"event " + std::to_string(sp.local)});
+    EXPECT_EQ(journal_.snapshot(),
+              (std::vector<std::string>{"timer", "event " + std::to_string(a.local)}));
     EXPECT_TRUE(other.snapshot().empty());
-    em_.removeEventHandler(sp.local, false, nullptr, nullptr);
+    drop(a.local);
+    drop(b.local);
 }
 
 // Deferred removal: dispatch stops at once, the closeCallback runs on the caller,
@@ -170,9 +181,8 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
         Journal journal;
         void* seenCloseData = nullptr;
         int closeFnCalls = 0;
-        ASSERT_TRUE(
-            em_.addEventHandler(sp.local, Journal::event, &journal, Journal::closed, EPOLLIN));
-        ASSERT_TRUE(em_.addEventHandler(tick.local, Journal::event, &journal, nullptr, EPOLLIN));
+        ASSERT_TRUE(add(sp, &journal, true));
+        ASSERT_TRUE(add(tick, &journal));
         sp.poke();
         em_.removeEventHandler(sp.local, c.closeFd,
                                c.withCloseFn ? EventManager::CloseFn([&](void* d) {
@@ -190,9 +200,8 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
         pass();  // removeFd and tick are ready; sp is not dispatched
         EXPECT_EQ(journal.snapshot().back(), "event " + std::to_string(tick.local));
         EXPECT_EQ(journal.snapshot().size(), 2u);
-        EXPECT_TRUE(capture_.contains(line("removing %d from epollFd", sp.local)))
-            << capture_.dump();
-        EXPECT_EQ(capture_.contains(line("Closed %d", sp.local)), c.closeFd);
+        EXPECT_TRUE(logged("removing %d from epollFd", sp.local)) << capture_.dump();
+        EXPECT_EQ(logged("Closed %d", sp.local), c.closeFd);
         EXPECT_EQ(closeFnCalls, c.withCloseFn ? 1 : 0);
         if (c.withCloseFn) {
             EXPECT_EQ(seenCloseData, &journal);
@@ -208,7 +217,7 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
             pass();
             EXPECT_EQ(journal.snapshot().size(), 3u);
         }
-        em_.removeEventHandler(tick.local, false, nullptr, nullptr);
+        drop(tick.local);
         pass();
     }
 }
@@ -216,7 +225,7 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
 TEST_F(EventManagerTest, RemovingTheOwnDescriptorFromInsideTheCallback) {
     SocketPair sp;
     journal_.onEvent = [&](int fd) { em_.removeEventHandler(fd, true, nullptr, nullptr); };
-    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    ASSERT_TRUE(add(sp, nullptr, true));
     sp.poke();
     pass();
     const std::string fd = std::to_string(sp.local);
@@ -235,20 +244,20 @@ TEST_F(EventManagerTest, EventOfADescriptorRemovedAfterTheWaitIsDropped) {
     journal_.onEvent = [&](int fd) {
         em_.removeEventHandler(fd == a.local ? b.local : a.local, false, nullptr, nullptr);
     };
-    ASSERT_TRUE(em_.addEventHandler(a.local, Journal::event, &journal_, nullptr, EPOLLIN));
-    ASSERT_TRUE(em_.addEventHandler(b.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    ASSERT_TRUE(add(a));
+    ASSERT_TRUE(add(b));
     a.poke();
     b.poke();
     pass();
     const auto seen = journal_.snapshot();
     ASSERT_EQ(seen.size(), 1u);
-    const int removed = seen[0] == "event " + std::to_string(a.local) ? b.local : a.local;
-    const auto drop = capture_.findEndingWith(
-        line("file descriptor %d is not on the approved list, cannot process event", removed));
-    EXPECT_EQ(drop.priority, ANDROID_LOG_ERROR) << capture_.dump();
-    EXPECT_EQ(drop.tag, LogCapture::kNullTag);
-    em_.removeEventHandler(seen[0] == "event " + std::to_string(a.local) ? a.local : b.local, false,
-                           nullptr, nullptr);
+    const bool aFirst = seen[0] == "event " + std::to_string(a.local);
+    const auto dropped = capture_.findEndingWith(
+        line("file descriptor %d is not on the approved list, cannot process event",
+             aFirst ? b.local : a.local));
+    EXPECT_EQ(dropped.priority, ANDROID_LOG_ERROR) << capture_.dump();
+    EXPECT_EQ(dropped.tag, LogCapture::kNullTag);
+    drop(aFirst ? a.local : b.local);
 }
 
 // Hang-up, an event without EPOLLIN, and a handler without a callback all take the
@@ -283,7 +292,7 @@ TEST_F(EventManagerTest, UnusableDescriptorIsClosedInTheSamePass) {
         EXPECT_EQ(err.priority, ANDROID_LOG_ERROR) << capture_.dump();
         EXPECT_EQ(journal.snapshot(),
                   std::vector<std::string>{"close " + std::to_string(sp.local)});
-        EXPECT_TRUE(capture_.contains(line("Closed %d", sp.local)));
+        EXPECT_TRUE(logged("Closed %d", sp.local));
         EXPECT_FALSE(isOpen(sp.local));
         EXPECT_FALSE(em_.isApprovedFd(sp.local));
         sp.local = -1;
@@ -307,53 +316,24 @@ TEST_F(EventManagerTest, CallbacksRunWithoutTheManagersLock) {
     journal_.onClose = [&](int) { probe("close"); };
 
     SocketPair removed, hungUp;
-    ASSERT_TRUE(
-        em_.addEventHandler(removed.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
-    ASSERT_TRUE(
-        em_.addEventHandler(hungUp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    ASSERT_TRUE(add(removed, nullptr, true));
+    ASSERT_TRUE(add(hungUp, nullptr, true));
     removed.poke();
-    pass();                                                          // event callback
-    em_.removeEventHandler(removed.local, false, nullptr, nullptr);  // closeCallback, caller
+    pass();               // event callback
+    drop(removed.local);  // closeCallback, caller
     hungUp.closePeer();
     pass();  // closeCallback on the loop's immediate-removal path
     hungUp.local = -1;
     EXPECT_EQ(lockFree, (std::vector<std::string>{"event free", "close free", "close free"}));
 }
 
-TEST_F(EventManagerTest, TimersRunBeforeDescriptorsInAPass) {
-    RuxTimer timer;
-    struct Ctx {
-        Journal* journal;
-        static int run(void* self) {
-            static_cast<Ctx*>(self)->journal->add("timer");
-            return -1;
-        }
-    } ctx{&journal_};
-    SocketPair sp;
-    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, nullptr, EPOLLIN));
-    ASSERT_GT(timer.addTimedCallback(0, Ctx::run, &ctx), 0);
-    sp.poke();
-    em_.processEvents(&timer);
-    EXPECT_EQ(journal_.snapshot(),
-              (std::vector<std::string>{"timer", "event " + std::to_string(sp.local)}));
-    em_.removeEventHandler(sp.local, false, nullptr, nullptr);
-}
-
-TEST_F(EventManagerTest, WakeReleasesABlockedPass) {
-    auto loop = std::async(std::launch::async, [&] { em_.processEvents(nullptr); });
-    em_.wake();
-    ASSERT_EQ(loop.wait_for(kDeadline), std::future_status::ready);
-    EXPECT_TRUE(capture_.contains("wake() EX"));
-    EXPECT_TRUE(journal_.snapshot().empty());
-}
-
 // The loop sits in epoll_wait on its own thread; another thread removes a descriptor.
-// The loop wakes through removeFd and closes it.
+// The loop wakes through removeFd and closes it; wake() releases the last wait.
 TEST_F(EventManagerTest, RemovalFromAnotherThreadWhileTheLoopWaits) {
     SocketPair sp;
-    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    ASSERT_TRUE(add(sp, nullptr, true));
     std::atomic<bool> stop{false};
-    std::thread loop([&] {
+    auto loop = std::async(std::launch::async, [&] {
         while (!stop) em_.processEvents(nullptr);
     });
     sp.poke();
@@ -364,7 +344,8 @@ TEST_F(EventManagerTest, RemovalFromAnotherThreadWhileTheLoopWaits) {
     sp.local = -1;
     stop = true;
     em_.wake();
-    loop.join();
+    ASSERT_EQ(loop.wait_for(kDeadline), std::future_status::ready);
+    EXPECT_TRUE(capture_.contains("wake() EX"));
     EXPECT_EQ(journal_.snapshot(), (std::vector<std::string>{"event " + fd, "close " + fd}));
 }
 
@@ -381,13 +362,13 @@ TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackOfThatDescriptor) {
         callbackDone = true;
     };
     journal_.onClose = [&](int) { journal_.add(callbackDone ? "after" : "during"); };
-    ASSERT_TRUE(em_.addEventHandler(sp.local, Journal::event, &journal_, Journal::closed, EPOLLIN));
+    ASSERT_TRUE(add(sp, nullptr, true));
     sp.poke();
     auto loop = std::async(std::launch::async, [&] { em_.processEvents(nullptr); });
     ASSERT_EQ(entered.get_future().wait_for(kDeadline), std::future_status::ready);
 
     auto remover = std::async(std::launch::async, [&] {
-        em_.removeEventHandler(sp.local, false, nullptr, nullptr);
+        drop(sp.local);
         return callbackDone.load();
     });
     ASSERT_TRUE(capture_.waitForText(line("removeEventHandler(int fd: %d) EX", sp.local)));
@@ -406,20 +387,20 @@ TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackOfThatDescriptor) {
 TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistration) {
     auto first = std::make_unique<SocketPair>();
     const int number = first->local;
-    ASSERT_TRUE(em_.addEventHandler(number, Journal::event, &journal_, nullptr, EPOLLIN));
-    em_.removeEventHandler(number, false, nullptr, nullptr);
+    ASSERT_TRUE(add(*first));
+    drop(number);
     first.reset();  // the owner closes both ends
 
     SocketPair second;
     ASSERT_EQ(second.local, number) << "the lowest free number is handed out again";
-    ASSERT_TRUE(em_.addEventHandler(second.local, Journal::event, &journal_, nullptr, EPOLLIN));
+    ASSERT_TRUE(add(second));
     for (int round = 0; round < 2; ++round) {
         second.poke();
         pass();
     }
     const std::string e = "event " + std::to_string(number);
     EXPECT_EQ(journal_.snapshot(), (std::vector<std::string>{e, e}));
-    em_.removeEventHandler(second.local, false, nullptr, nullptr);
+    drop(second.local);
 }
 
 // Descriptors 0..limit-1 are usable; `allowed` of the three set-up descriptors fit.

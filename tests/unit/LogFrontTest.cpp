@@ -5,8 +5,10 @@
 #include <time.h>
 
 #include <climits>
+#include <cstdio>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "LogCapture.h"
@@ -58,16 +60,6 @@ TEST(LogFormatTest, BaseNameDropsDirectoryAndExtension) {
         EXPECT_EQ(rux::log::baseName(c.file), c.base) << (c.file ? c.file : "(null)");
 }
 
-TEST_F(LogFrontTest, AddLogRecordWritesThePrefixedLineWithTheLogTag) {
-    Log::getInstance().addLogRecord(6, "RUX", "/build/utils/logUtil/Log.cpp", "init", 225,
-                                    "cannot open libruxalog.so");
-    const auto lines = capture_.lines();
-    ASSERT_EQ(lines.size(), 1u) << capture_.dump();
-    EXPECT_EQ(lines[0].priority, 6);
-    EXPECT_EQ(lines[0].tag, "");  // the tag given to Log::init; none yet
-    EXPECT_EQ(lines[0].text, "|RUX|Log::init:225 cannot open libruxalog.so");
-}
-
 TEST_F(LogFrontTest, MessagesAreCutAt511Characters) {
     const std::string longText(700, 'z');
     Log::getInstance().addLogRecord(4, "RUX", "Log.cpp", "f", 1, "%s", longText.c_str());
@@ -84,27 +76,6 @@ TEST_F(LogFrontTest, MessagesAreCutAt511Characters) {
     const std::string entry = payloadText(packets[0]);
     EXPECT_EQ(entry.size(), 511u);
     EXPECT_NE(entry.find(" I RUX : |RUX|Log::f:1 zzz"), std::string::npos) << entry;
-}
-
-TEST_F(LogFrontTest, SdkLogAlwaysWritesAtDebugPriorityWithoutTag) {
-    for (int level : {2, 4, 6, 7}) {
-        capture_.clear();
-        rux::SdkLog::print(level, "MavoClient", "sdk/client/src/MavoClient.cpp", "setHstState",
-                           42, "transaction %d", 7);
-        const auto lines = capture_.lines();
-        ASSERT_EQ(lines.size(), 1u);
-        EXPECT_EQ(lines[0].priority, 3) << level;
-        EXPECT_EQ(lines[0].tag, LogCapture::kNullTag);
-        EXPECT_EQ(lines[0].text, "|MavoClient|MavoClient::setHstState:42 transaction 7");
-    }
-    EXPECT_TRUE(rux::platform::diagPackets().empty());  // Android log only
-}
-
-TEST_F(LogFrontTest, SdkLogFormatsItsTextASecondTime) {
-    // "%%" left by the first formatting becomes "%"; other conversions stay as text.
-    rux::SdkLog::print(3, "T", "F.cpp", "f", 1, "%s|%d%%", "50%% and %s", 9);
-    ASSERT_EQ(capture_.lines().size(), 1u);
-    EXPECT_EQ(capture_.lines()[0].text, "|T|F::f:1 50% and %s|9%");
 }
 
 TEST_F(LogFrontTest, RecordLineLayout) {
@@ -128,17 +99,6 @@ TEST_F(LogFrontTest, RecordLineLayout) {
               "2025-05-24 13:02:11.045  1234  1240 I DMAP : |RUX|RuxIpcSession::send:88 sent");
 }
 
-TEST_F(LogFrontTest, RecordInitTakesTheCallersIdentity) {
-    Log::LogRecord r;
-    r.init(5, "hello");
-    EXPECT_EQ(r.level, 5);
-    EXPECT_EQ(r.message, "hello");
-    EXPECT_EQ(r.pid, getpid());
-    EXPECT_EQ(r.tid, static_cast<unsigned long>(gettid()));
-    EXPECT_FALSE(r.isDmap);
-    EXPECT_GT(r.timestamp.tv_sec, 1700000000);
-}
-
 TEST_F(LogFrontTest, ATimeThatCannotBeConvertedGivesAnEmptyLineAndALogLine) {
     Log::LogRecord r;
     r.level = 4;
@@ -150,6 +110,7 @@ TEST_F(LogFrontTest, ATimeThatCannotBeConvertedGivesAnEmptyLineAndALogLine) {
     EXPECT_TRUE(rux::platform::diagPackets().empty());  // an empty entry is never sent
 }
 
+// The record carries the caller's process and thread ids and its level as a letter.
 TEST_F(LogFrontTest, WithoutInitRecordsGoStraightToTheDiagnosticChannel) {
     const size_t queued = Log::getInstance().queuedRecords();
     RUX_LOG(5, "RUX", "peer %s gone", "svc");
@@ -158,30 +119,43 @@ TEST_F(LogFrontTest, WithoutInitRecordsGoStraightToTheDiagnosticChannel) {
     ASSERT_EQ(packets.size(), 1u);
     EXPECT_EQ(packets[0].code, 7701);
     const std::string entry = payloadText(packets[0]);
-    const std::string expectedTail = " W RUX : |RUX|LogFrontTest::TestBody:";
-    EXPECT_NE(entry.find(expectedTail), std::string::npos) << entry;
+    char expected[96];
+    std::snprintf(expected, sizeof expected,
+                  " %5d %5d W RUX : |RUX|LogFrontTest::TestBody:", getpid(),
+                  static_cast<int>(gettid()));
+    EXPECT_NE(entry.find(expected), std::string::npos) << entry;
     EXPECT_NE(entry.find(" peer svc gone"), std::string::npos) << entry;
 }
 
-TEST_F(LogFrontTest, DiagnosticPacketsCarryAtMost512BytesOfTheLine) {
-    std::string line(600, 'a');
-    line[511] = 'b';
-    line[512] = 'c';
-    Log::getInstance().writeToDiag(line);
-    const auto packets = rux::platform::diagPackets();
-    ASSERT_EQ(packets.size(), 1u);
-    ASSERT_EQ(packets[0].bytes.size(), rux::DiagCmdProcessor::kPacketSize);
-    const auto payload = packets[0].payload();
-    const std::string text(payload.begin() + 4, payload.end());
-    EXPECT_EQ(text, std::string(511, 'a') + "b");  // exactly 512 bytes, no terminator
+TEST_F(LogFrontTest, AddLogRecordWritesThePrefixedLineWithTheLogTag) {
+    Log::getInstance().addLogRecord(6, "RUX", "/build/utils/logUtil/Log.cpp", "init", 225,
+                                    "cannot open libruxalog.so");
+    const auto lines = capture_.lines();
+    ASSERT_EQ(lines.size(), 1u) << capture_.dump();
+    EXPECT_EQ(lines[0].priority, 6);
+    EXPECT_EQ(lines[0].tag, "");  // the tag given to Log::init; none yet
+    EXPECT_EQ(lines[0].text, "|RUX|Log::init:225 cannot open libruxalog.so");
 }
 
-TEST_F(LogFrontTest, DisabledCodeOrFailedAllocationSendsNothing) {
-    rux::platform::diagFailNextAllocs(1);
-    Log::getInstance().writeToDiag("one");
-    rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, false);
-    Log::getInstance().writeToDiag("two");
-    EXPECT_TRUE(rux::platform::diagPackets().empty());
+TEST_F(LogFrontTest, SdkLogAlwaysWritesAtDebugPriorityWithoutTag) {
+    for (int level : {2, 4, 6, 7}) {
+        capture_.clear();
+        rux::SdkLog::print(level, "MavoClient", "sdk/client/src/MavoClient.cpp", "setHstState", 42,
+                           "transaction %d", 7);
+        const auto lines = capture_.lines();
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].priority, 3) << level;
+        EXPECT_EQ(lines[0].tag, LogCapture::kNullTag);
+        EXPECT_EQ(lines[0].text, "|MavoClient|MavoClient::setHstState:42 transaction 7");
+    }
+    EXPECT_TRUE(rux::platform::diagPackets().empty());  // Android log only
+}
+
+TEST_F(LogFrontTest, SdkLogFormatsItsTextASecondTime) {
+    // "%%" left by the first formatting becomes "%"; other conversions stay as text.
+    rux::SdkLog::print(3, "T", "F.cpp", "f", 1, "%s|%d%%", "50%% and %s", 9);
+    ASSERT_EQ(capture_.lines().size(), 1u);
+    EXPECT_EQ(capture_.lines()[0].text, "|T|F::f:1 50% and %s|9%");
 }
 
 TEST_F(LogFrontTest, LogModuleDebugAndVersion) {
@@ -225,13 +199,15 @@ TEST(LogBufferTest, HexDumpFormatAndPieces) {
 }
 
 TEST(LogBufferTest, DumpRequestNames) {
-    EXPECT_STREQ(rux::dumpRequestName(rux::BUFFER_IS_FULL), "BUFFER_IS_FULL");
-    EXPECT_STREQ(rux::dumpRequestName(rux::USER_COMMAND), "USER_COMMAND");
-    EXPECT_STREQ(rux::dumpRequestName(rux::LOGGING_TIMER_EXPIRED), "LOGGING_TIMER_EXPIRED");
-    EXPECT_STREQ(rux::dumpRequestName(rux::CRASH_DETECTED), "CRASH_DETECTED");
-    EXPECT_STREQ(rux::dumpRequestName(rux::SHUTDOWN), "SHUTDOWN");
-    EXPECT_STREQ(rux::dumpRequestName(5), "UNKNOWN");
-    EXPECT_STREQ(rux::dumpRequestName(-1), "UNKNOWN");
+    const std::pair<int, const char*> names[] = {
+        {rux::BUFFER_IS_FULL, "BUFFER_IS_FULL"},
+        {rux::USER_COMMAND, "USER_COMMAND"},
+        {rux::LOGGING_TIMER_EXPIRED, "LOGGING_TIMER_EXPIRED"},
+        {rux::CRASH_DETECTED, "CRASH_DETECTED"},
+        {rux::SHUTDOWN, "SHUTDOWN"},
+        {5, "UNKNOWN"},
+        {-1, "UNKNOWN"}};
+    for (const auto& [type, name] : names) EXPECT_STREQ(rux::dumpRequestName(type), name);
 }
 
 TEST_F(LogFrontTest, ConcurrentLoggersKeepEachThreadsOrder) {

@@ -31,7 +31,7 @@ protected:
         rux::platform::diagReset();
         rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
         rux::platform::clearProperties();
-        rux::log::setLogRoot(root_.path());                   // no configuration: no files
+        rux::log::setLogRoot(root_.path());                  // no configuration: no files
         rux::log::setPluginPath(root_.path() + "/none.so");  // no plug-in
         rux::log::setTimerPeriod(std::chrono::hours(1));     // the timer stays quiet
     }
@@ -60,10 +60,9 @@ protected:
     }
 
     static void sendCommand(std::vector<uint8_t> request) {
-        ASSERT_TRUE(rux::platform::diagDeliverCommand(rux::DiagCmdProcessor::kSubsystemId,
-                                                      rux::DiagCmdProcessor::kSubsystemCmd,
-                                                      request.data(),
-                                                      static_cast<uint16_t>(request.size())));
+        ASSERT_TRUE(rux::platform::diagDeliverCommand(
+            rux::DiagCmdProcessor::kSubsystemId, rux::DiagCmdProcessor::kSubsystemCmd,
+            request.data(), static_cast<uint16_t>(request.size())));
     }
 
     rux::test::TempDir root_;
@@ -80,16 +79,16 @@ TEST(PropertyGetInt32Test, ParsingRules) {
         {"42", 42},
         {"0x1F", 31},
         {"017", 15},
-        {"12abc", 12},         // trailing text is ignored
-        {"abc", -7},           // no digits
+        {"12abc", 12},  // trailing text is ignored
+        {"abc", -7},    // no digits
         {"-5", -5},
         {"2147483647", INT32_MAX},
-        {"2147483648", -7},    // above 0x7FFFFFFF
+        {"2147483648", -7},  // above 0x7FFFFFFF
         {"0xFFFFFFFF", -7},
-        {"99999999999999999999", -7},      // ERANGE
+        {"99999999999999999999", -7},  // ERANGE
         {"-2147483648", INT32_MIN},
-        {"-2147483649", INT32_MAX},        // below the minimum: the low 32 bits
-        {"-99999999999999999999", -7},     // ERANGE
+        {"-2147483649", INT32_MAX},     // below the minimum: the low 32 bits
+        {"-99999999999999999999", -7},  // ERANGE
     };
     for (const auto& c : cases) {
         rux::platform::clearProperties();
@@ -101,38 +100,53 @@ TEST(PropertyGetInt32Test, ParsingRules) {
     rux::platform::clearProperties();
 }
 
-TEST_F(LogInitTest, LoggingPropertyBits) {
+// The two properties, the flags they set, and which levels of diagnostic-map records
+// reach the channel (always at once, even when other records are buffered).
+TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
     struct Case {
-        const char* value;
-        bool buffered, dmapDebugOff, dmapOff;
+        const char* logging;  // null: unset
+        const char* perms;    // null: unset
+        bool buffered, dmapDebugOff, dmapOff, groupWritable;
+        std::string levelsSent;  // of 3, 4 and 6
     } cases[] = {
-        {nullptr, false, false, false}, {"0", false, false, false}, {"1", true, false, false},
-        {"2", false, true, false},      {"3", true, true, false},   {"4", false, true, true},
-        {"0x7", true, true, true},      {"junk", false, false, false},
+        {nullptr, nullptr, false, false, false, false, "346"},
+        {"0", "true", false, false, false, true, "346"},
+        {"1", "0", true, false, false, false, "346"},
+        {"2", "maybe", false, true, false, false, "46"},
+        {"3", nullptr, true, true, false, false, "46"},
+        {"4", nullptr, false, true, true, false, ""},
+        {"0x7", nullptr, true, true, true, false, ""},
+        {"junk", nullptr, false, false, false, false, "346"},
     };
     for (const auto& c : cases) {
-        if (c.value)
-            rux::platform::setProperty(kLogging, c.value);
-        else
-            rux::platform::unsetProperty(kLogging);
+        const std::string name =
+            std::string(c.logging ? c.logging : "unset") + "/" + (c.perms ? c.perms : "unset");
+        rux::platform::clearProperties();
+        if (c.logging) rux::platform::setProperty(kLogging, c.logging);
+        if (c.perms) rux::platform::setProperty("persist.vendor.data.rux.log_perms", c.perms);
         Log::getInstance().init("rux");
-        const std::string name = c.value ? c.value : "unset";
         EXPECT_TRUE(Log::getInstance().initialized()) << name;
         EXPECT_EQ(Log::getInstance().bufferedDiag(), c.buffered) << name;
         EXPECT_EQ(Log::getInstance().dmapDebugOff(), c.dmapDebugOff) << name;
         EXPECT_EQ(Log::getInstance().dmapOff(), c.dmapOff) << name;
+        EXPECT_EQ(Log::getInstance().groupWritable(), c.groupWritable) << name;
+
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+        const size_t queued = Log::getInstance().queuedRecords();
+        std::string sent;
+        for (int level : {3, 4, 6}) {
+            Log::getInstance().dMapLog(level, "dmap entry " + std::to_string(level));
+            if (!packetTexts(" DMAP : dmap entry " + std::to_string(level)).empty())
+                sent += std::to_string(level);
+        }
+        EXPECT_EQ(sent, c.levelsSent) << name;
+        EXPECT_EQ(Log::getInstance().queuedRecords(), queued) << name;
         Log::getInstance().release();
         EXPECT_FALSE(Log::getInstance().initialized()) << name;
     }
-}
-
-TEST_F(LogInitTest, PermissionsProperty) {
-    for (auto [value, expected] : {std::pair{"true", true}, {"0", false}, {"maybe", false}}) {
-        rux::platform::setProperty("persist.vendor.data.rux.log_perms", value);
-        Log::getInstance().init("rux");
-        EXPECT_EQ(Log::getInstance().groupWritable(), expected) << value;
-        Log::getInstance().release();
-    }
+    // Without the plug-in's alog these records never reach the Android log.
+    EXPECT_FALSE(capture_.contains("dmap entry"));
 }
 
 TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
@@ -147,14 +161,11 @@ TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
 
     const auto tables = rux::platform::diagTables();
     ASSERT_EQ(tables.size(), 1u);
-    EXPECT_EQ(tables[0].delay_flag, 0);
-    EXPECT_EQ(tables[0].cmd_code, 0x00FF);
-    EXPECT_EQ(tables[0].subsys_id, 18);
-    EXPECT_EQ(tables[0].count, 1);
-    EXPECT_EQ(tables[0].proc_id, 0);
-    EXPECT_EQ(tables[0].entries[0].first_cmd_code, 137);
-    EXPECT_EQ(tables[0].entries[0].last_cmd_code, 137);
-    EXPECT_EQ(tables[0].entries[0].handler, &rux::DiagCmdProcessor::diagCmdHandler);
+    const auto& t = tables[0];
+    EXPECT_EQ(std::vector<int>({t.delay_flag, t.cmd_code, t.subsys_id, t.count, t.proc_id,
+                                t.entries[0].first_cmd_code, t.entries[0].last_cmd_code}),
+              std::vector<int>({0, 0x00FF, 18, 1, 0, 137, 137}));
+    EXPECT_EQ(t.entries[0].handler, &rux::DiagCmdProcessor::diagCmdHandler);
 }
 
 TEST_F(LogInitTest, UnbufferedRecordsNeverEnterTheQueue) {
@@ -238,31 +249,6 @@ TEST_F(LogInitTest, NullTagIsReportedAndTreatedAsEmpty) {
     EXPECT_EQ(Log::getInstance().tag(), "");
     EXPECT_EQ(capture_.findEndingWith("init without a tag").priority, 6);
     EXPECT_TRUE(Log::getInstance().initialized());
-}
-
-TEST_F(LogInitTest, DiagnosticMapRecordsFollowTheFilterBits) {
-    struct Case {
-        const char* property;
-        int level;
-        bool sent;
-    } cases[] = {
-        {"0", 3, true}, {"0", 4, true}, {"2", 3, false}, {"2", 4, true},
-        {"4", 4, false}, {"4", 6, false}, {"1", 4, true},  // buffered: still sent at once
-    };
-    for (const auto& c : cases) {
-        rux::platform::setProperty(kLogging, c.property);
-        Log::getInstance().init("rux");
-        rux::platform::diagReset();
-        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
-        const size_t queued = Log::getInstance().queuedRecords();
-        Log::getInstance().dMapLog(c.level, "dmap entry");
-        const auto texts = packetTexts(" DMAP : dmap entry");
-        EXPECT_EQ(texts.size(), c.sent ? 1u : 0u) << c.property << "/" << c.level;
-        EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
-        Log::getInstance().release();
-    }
-    // Without the plug-in's alog these records never reach the Android log.
-    EXPECT_FALSE(capture_.contains("dmap entry"));
 }
 
 TEST_F(LogInitTest, InitAndReleaseRaceWithLoggersSafely) {

@@ -10,23 +10,21 @@
 
 #include "PublicHeaderLayout.h"
 
-/* Functions with the documented signatures; assigning them to the header's callback types
+/* Pointers of the documented types; initialising the header's callback types from them
  * fails to compile (incompatible pointer types) if a typedef drifts. */
-/* clang-format off */
-static void on_status(status_e s) { (void)s; }
-static void on_response(int tid, status_e s) { (void)tid; (void)s; }
-static void on_hst(int tid, status_e s, hst_state_e st) { (void)tid; (void)s; (void)st; }
-static void on_flag(int tid, status_e s, bool* f) { (void)tid; (void)s; (void)f; }
-static void on_rec(int tid, status_e s, data_recommendation_s* r) { (void)tid; (void)s; (void)r; }
-static void on_submode(int tid, status_e s, submode_info_s const* i) { (void)tid; (void)s; (void)i; }
-static void on_v2(long tid, status_v2_e s) { (void)tid; (void)s; }
-static void on_hst_ind(hst_state_e s) { (void)s; }
-static void on_subway_ind(rux_subway_state_e s) { (void)s; }
-static void on_cap_ind(bool c) { (void)c; }
-static void on_rec_ind(data_recommendation_s r) { (void)r; }
-static void on_submode_ind(submode_info_s const* i) { (void)i; }
-static void on_cell_list_ind(cell_list_info_ind_s i) { (void)i; }
-/* clang-format on */
+static void (*const on_status)(status_e) = 0;
+static void (*const on_response)(int, status_e) = 0;
+static void (*const on_hst)(int, status_e, hst_state_e) = 0;
+static void (*const on_flag)(int, status_e, bool*) = 0;
+static void (*const on_rec)(int, status_e, data_recommendation_s*) = 0;
+static void (*const on_submode)(int, status_e, submode_info_s const*) = 0;
+static void (*const on_v2)(long, status_v2_e) = 0;
+static void (*const on_hst_ind)(hst_state_e) = 0;
+static void (*const on_subway_ind)(rux_subway_state_e) = 0;
+static void (*const on_cap_ind)(bool) = 0;
+static void (*const on_rec_ind)(data_recommendation_s) = 0;
+static void (*const on_submode_ind)(submode_info_s const*) = 0;
+static void (*const on_cell_list_ind)(cell_list_info_ind_s) = 0;
 
 int rux_c_callback_types_match(void) {
     rux_status_cb a = on_status;
@@ -42,58 +40,48 @@ int rux_c_callback_types_match(void) {
     rux_dppd_recommendation_ind_cb k = on_rec_ind;
     rux_submode_info_ind_cb l = on_submode_ind;
     rux_cell_list_info_ind_cb m = on_cell_list_ind;
-    return a && b && c && d && e && f && g && h && i && j && k && l && m;
+    return !a && !b && !c && !d && !e && !f && !g && !h && !i && !j && !k && !l && !m;
 }
 
-#define ENTRY(expr) \
-    { #expr, expr }
-#define SIZE_AND_FIELD(type, field) ENTRY(sizeof(type)), ENTRY(offsetof(type, field))
+/* The same rows, in the same order, as kLayout in PublicHeaderTest.cpp. */
+#define SIZE(type) \
+    { "sizeof(" #type ")", sizeof(type) }
+#define AT(type, field) \
+    { "offsetof(" #type ", " #field ")", offsetof(type, field) }
 
+/* clang-format off */
 static const rux_layout_entry kLayout[] = {
-    ENTRY(sizeof(status_e)),
-    ENTRY(sizeof(status_v2_e)),
-    ENTRY(sizeof(nr5g_scs_type_e)),
-    ENTRY(sizeof(bool)),
-    ENTRY(sizeof(plmn_id_s)),
-    SIZE_AND_FIELD(cell_info_s, cell_identity),
-    ENTRY(offsetof(cell_info_s, pci)),
-    SIZE_AND_FIELD(data_stall_params_s, application_type),
-    ENTRY(offsetof(data_stall_params_s, param4)),
-    SIZE_AND_FIELD(lte_dubious_cell_info_s, band),
-    ENTRY(offsetof(lte_dubious_cell_info_s, pci)),
-    ENTRY(offsetof(lte_dubious_cell_info_s, aux_value)),
-    ENTRY(offsetof(lte_dubious_cell_info_s, cell_identity)),
-    SIZE_AND_FIELD(nr_dubious_cell_info_s, cell_identity),
-    ENTRY(offsetof(nr_dubious_cell_info_s, scs)),
-    SIZE_AND_FIELD(cell_barring_info_s, lte_cells),
-    ENTRY(offsetof(cell_barring_info_s, nr_cell_count)),
-    ENTRY(offsetof(cell_barring_info_s, nr_cells)),
-    SIZE_AND_FIELD(preferred_cell_info_s, param1),
-    ENTRY(offsetof(preferred_cell_info_s, flag3)),
-    ENTRY(offsetof(preferred_cell_info_s, location)),
-    SIZE_AND_FIELD(preferred_cell_list_s, cells),
-    ENTRY(offsetof(preferred_cell_list_s, cells2)),
-    SIZE_AND_FIELD(cell_list_entry_s, param1),
-    ENTRY(offsetof(cell_list_entry_s, common_valid)),
-    ENTRY(offsetof(cell_list_entry_s, location)),
-    ENTRY(offsetof(cell_list_entry_s, hdr_value3)),
-    ENTRY(offsetof(cell_list_entry_s, shared_plmn_len)),
-    ENTRY(offsetof(cell_list_entry_s, shared_plmn)),
-    SIZE_AND_FIELD(set_cell_list_info_s, lte_cell_list),
-    ENTRY(offsetof(set_cell_list_info_s, nr_cell_list_len)),
-    ENTRY(offsetof(set_cell_list_info_s, nr_cell_list)),
-    SIZE_AND_FIELD(dubious_cell_v2_s, band_count),
-    ENTRY(offsetof(dubious_cell_v2_s, band_list)),
-    SIZE_AND_FIELD(dubious_cell_info_v2_s, lte_cell_list),
-    ENTRY(offsetof(dubious_cell_info_v2_s, nr_list_valid)),
-    ENTRY(offsetof(dubious_cell_info_v2_s, nr_cell_list)),
-    SIZE_AND_FIELD(data_recommendation_s, subscription),
-    SIZE_AND_FIELD(submode_info_s, tx_concurrency),
-    SIZE_AND_FIELD(cell_list_feedback_entry_s, feedback_cause),
-    ENTRY(offsetof(cell_list_feedback_entry_s, shared_plmn)),
-    SIZE_AND_FIELD(cell_list_info_ind_s, lte_cell_list),
-    ENTRY(offsetof(cell_list_info_ind_s, nr_cell_list)),
+    SIZE(status_e), SIZE(status_v2_e), SIZE(nr5g_scs_type_e), SIZE(bool), SIZE(plmn_id_s),
+    SIZE(cell_info_s), AT(cell_info_s, cell_identity), AT(cell_info_s, pci),
+    SIZE(data_stall_params_s), AT(data_stall_params_s, application_type),
+    AT(data_stall_params_s, param4),
+    SIZE(lte_dubious_cell_info_s), AT(lte_dubious_cell_info_s, band),
+    AT(lte_dubious_cell_info_s, pci), AT(lte_dubious_cell_info_s, aux_value),
+    AT(lte_dubious_cell_info_s, cell_identity),
+    SIZE(nr_dubious_cell_info_s), AT(nr_dubious_cell_info_s, cell_identity),
+    AT(nr_dubious_cell_info_s, scs),
+    SIZE(cell_barring_info_s), AT(cell_barring_info_s, lte_cells),
+    AT(cell_barring_info_s, nr_cell_count), AT(cell_barring_info_s, nr_cells),
+    SIZE(preferred_cell_info_s), AT(preferred_cell_info_s, param1),
+    AT(preferred_cell_info_s, flag3), AT(preferred_cell_info_s, location),
+    SIZE(preferred_cell_list_s), AT(preferred_cell_list_s, cells),
+    AT(preferred_cell_list_s, cells2),
+    SIZE(cell_list_entry_s), AT(cell_list_entry_s, param1), AT(cell_list_entry_s, common_valid),
+    AT(cell_list_entry_s, location), AT(cell_list_entry_s, hdr_value3),
+    AT(cell_list_entry_s, shared_plmn_len), AT(cell_list_entry_s, shared_plmn),
+    SIZE(set_cell_list_info_s), AT(set_cell_list_info_s, lte_cell_list),
+    AT(set_cell_list_info_s, nr_cell_list_len), AT(set_cell_list_info_s, nr_cell_list),
+    SIZE(dubious_cell_v2_s), AT(dubious_cell_v2_s, band_count), AT(dubious_cell_v2_s, band_list),
+    SIZE(dubious_cell_info_v2_s), AT(dubious_cell_info_v2_s, lte_cell_list),
+    AT(dubious_cell_info_v2_s, nr_list_valid), AT(dubious_cell_info_v2_s, nr_cell_list),
+    SIZE(data_recommendation_s), AT(data_recommendation_s, subscription),
+    SIZE(submode_info_s), AT(submode_info_s, tx_concurrency),
+    SIZE(cell_list_feedback_entry_s), AT(cell_list_feedback_entry_s, feedback_cause),
+    AT(cell_list_feedback_entry_s, shared_plmn),
+    SIZE(cell_list_info_ind_s), AT(cell_list_info_ind_s, lte_cell_list),
+    AT(cell_list_info_ind_s, nr_cell_list),
 };
+/* clang-format on */
 
 const rux_layout_entry* rux_c_layout(size_t* count) {
     *count = sizeof kLayout / sizeof kLayout[0];

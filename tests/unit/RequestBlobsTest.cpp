@@ -4,34 +4,20 @@
 // lines it leaves.
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
+#include <utility>
 
-#include "LogCapture.h"
+#include "SdkTestSupport.h"
 #include "client/EnumConversions.h"
 #include "client/RequestBlobs.h"
 
 namespace {
 
 using namespace rux::client;
+using rux::test::hex;
 using rux::test::LogCapture;
 
 constexpr unsigned long kTid = 0x100000003UL;  // wider than 32 bits: the envelope keeps it
-
-std::string hex(const std::string& bytes) {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char b : bytes) {
-        if (!out.empty()) out += ' ';
-        out += digits[b >> 4];
-        out += digits[b & 0xF];
-    }
-    return out;
-}
-
-std::string asString(const Blob& blob) {
-    return std::string(blob.begin(), blob.end());
-}
 
 // The one member of a serialised ClientData or ServiceData without its tag and length
 // (each a varint; members from 16 on take two tag bytes).
@@ -54,13 +40,6 @@ std::string loggedBy(const LogCapture& capture, const std::string& function) {
     return out;
 }
 
-TEST(RequestBlobsTest, EnvelopeBytesAreFixed) {
-    const auto [blob, result] = makeSetHstStateReqBlob(1, RUX_HST_STATE_SET);
-    ASSERT_EQ(result, RUX_STATUS_SUCCESS);
-    // event_id 1, transaction_id 1, data { set_hst_state_req (2) { hst_state 1 } }
-    EXPECT_EQ(hex(asString(blob)), "08 01 10 01 1A 04 12 02 08 01");
-}
-
 struct RequestCase {
     const char* name;
     const char* function;
@@ -70,10 +49,6 @@ struct RequestCase {
     const char* payloadHex;     // the request message inside ClientData
     const char* conversionLog;  // lines the conversion wrote before the builder's own
 };
-
-void PrintTo(const RequestCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
 class RequestBlobsBuildTest : public ::testing::TestWithParam<RequestCase> {};
 
@@ -173,10 +148,6 @@ const ReplyCase kReplies[] = {
     REPLY(makeSetSubwayStateRespBlob, 24),
 };
 
-void PrintTo(const ReplyCase& c, std::ostream* os) {
-    *os << c.function;
-}
-
 class RequestBlobsReplyTest : public ::testing::TestWithParam<ReplyCase> {};
 
 TEST_P(RequestBlobsReplyTest, AnswersWithTheMatchingResponseAndTheWireStatus) {
@@ -219,17 +190,22 @@ INSTANTIATE_TEST_SUITE_P(Replies, RequestBlobsReplyTest, ::testing::ValuesIn(kRe
                              return name.substr(4);  // without "make"
                          });
 
-TEST(RequestBlobsTest, InlineEnvelopesCarryAnEmptyPayloadWithPresence) {
+// Whole envelopes, byte for byte, from a builder and from the inline serialisers.
+TEST(RequestBlobsTest, EnvelopeBytesAreFixed) {
     VexProto::ClientData data;
     data.mutable_register_client_req();
-    const Blob blob = serialiseClientMsg(VexProto::REGISTER_CLIENT_REQ, 1, data);
-    // event_id 16, transaction_id 1, data { register_client_req (17) {} }
-    EXPECT_EQ(hex(asString(blob)), "08 10 10 01 1A 03 8A 01 00");
-
     VexProto::ServiceData reply;
     reply.mutable_get_dppd_capabaility_resp()->set_capable(true);
-    const Blob replyBlob = serialiseServiceMsg(VexProto::GET_DPPD_CAPABILITY_RESP, 9, reply);
-    EXPECT_EQ(hex(asString(replyBlob)), "08 0C 10 09 1A 04 6A 02 08 01");
+    const std::pair<Blob, const char*> cases[] = {
+        // event_id 1, transaction_id 1, data { set_hst_state_req (2) { hst_state 1 } }
+        {makeSetHstStateReqBlob(1, RUX_HST_STATE_SET).first, "08 01 10 01 1A 04 12 02 08 01"},
+        // event_id 16, transaction_id 1, data { register_client_req (17) {} }
+        {serialiseClientMsg(VexProto::REGISTER_CLIENT_REQ, 1, data), "08 10 10 01 1A 03 8A 01 00"},
+        {serialiseServiceMsg(VexProto::GET_DPPD_CAPABILITY_RESP, 9, reply),
+         "08 0C 10 09 1A 04 6A 02 08 01"},
+    };
+    for (const auto& [blob, bytes] : cases)
+        EXPECT_EQ(hex(std::string(blob.begin(), blob.end())), bytes);
 }
 
 }  // namespace

@@ -5,12 +5,13 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "SdkTestSupport.h"
@@ -24,10 +25,11 @@ using rux::sdk::SdkClientEvent;
 using rux::test::Inbox;
 using rux::test::LogCapture;
 using Bytes = std::vector<uint8_t>;
+using Lines = std::vector<std::string>;
 
-constexpr RuxSdkClientType kFour = rux::sdk::RUX_SDK_CLIENT_REQUEST;
-constexpr RuxSdkClientType kFive = rux::sdk::RUX_SDK_CLIENT_5;
-constexpr RuxSdkClientType kSeven = rux::sdk::RUX_SDK_CLIENT_7;
+RuxSdkClientType type(int t) {
+    return static_cast<RuxSdkClientType>(t);
+}
 
 struct LoopParts {
     rux::utils::RuxTimer timer;
@@ -73,221 +75,160 @@ private:
     std::set<RuxSdkClientType> mConnected;
 };
 
-struct Heard {
-    RuxSdkClientType type;
-    SdkClientBase::SdkStatus status;
-    std::string blob;
-    bool onSdkThread;
-};
-
 class SdkClientBaseTest : public ::testing::Test {
 protected:
-    SdkClientBase::Listener listenerFor(RuxSdkClientType type) {
-        return [this, type](SdkClientBase::SdkStatus status, const Bytes& blob) {
-            heard.put({type, status, std::string(blob.begin(), blob.end()), sdk.onSdkThread()});
+    SdkClientBase::Listener listenerFor(RuxSdkClientType t) {
+        return [this, t](SdkClientBase::SdkStatus status, const Bytes& blob) {
+            heard.put(rux::test::heardLine(t, status, blob, sdk.onSdkThread()));
         };
     }
-    void registerType(RuxSdkClientType type, bool withListener = true) {
-        sdk.addClientType(type);
-        if (withListener) sdk.setClientListener(type, listenerFor(type));
+    void registerType(RuxSdkClientType t, bool withListener = true) {
+        sdk.addClientType(t);
+        if (withListener) sdk.setClientListener(t, listenerFor(t));
     }
-    static std::shared_ptr<SdkClientEvent> event(RuxSdkClientType type, const std::string& blob,
-                                                 bool toClient = false, bool cleanup = false) {
-        auto ev = std::make_shared<SdkClientEvent>(type, Bytes(blob.begin(), blob.end()), toClient);
-        ev->cleanup = cleanup;
+    // "4>blob" goes to the service, "4<blob" is a local reply, "4!blob" a cleanup.
+    static std::shared_ptr<SdkClientEvent> event(const std::string& text) {
+        auto ev = std::make_shared<SdkClientEvent>(
+            type(text[0] - '0'), Bytes(text.begin() + 2, text.end()), text[1] == '<');
+        ev->cleanup = text[1] == '!';
         return ev;
     }
-    // Posts a local reply for `type` (which has a listener) and waits until it has been
-    // heard: everything posted before it has been handled by then.
-    void drain(RuxSdkClientType type) {
-        const size_t before = heard.size();
-        sdk.postEvent(event(type, "marker", true));
-        ASSERT_TRUE(heard.waitFor(before + 1));
-    }
-
     LogCapture log;
-    Inbox<Heard> heard;  // outlives the SDK thread, which sdk joins
+    Inbox<std::string> heard;  // outlives the SDK thread, which sdk joins
     FakeBinding sdk;
 };
 
-TEST_F(SdkClientBaseTest, LocalReplyGoesToTheListenerOnTheSdkThreadWithoutTheService) {
-    registerType(kFour);
-    ASSERT_TRUE(sdk.start(kFour, event(kFour, "local", true)));
-    ASSERT_TRUE(heard.waitFor(1));
-    const Heard h = heard.get()[0];
-    EXPECT_EQ(h.type, kFour);
-    EXPECT_EQ(h.status, SdkClientBase::RESPONSE);
-    EXPECT_EQ(h.blob, "local");
-    EXPECT_TRUE(h.onSdkThread);
-    EXPECT_TRUE(sdk.calls.get().empty());
-    EXPECT_EQ(log.findEndingWith("sendClient").priority, 3);  // SdkLog writes debug lines
+struct Scenario {
+    const char* name;
+    // "4": type 4 with a listener; "5-": without one; "5x": with one that throws;
+    // "4+": already connected; "noconnect", "nosend": the binding fails those.
+    const char* setup;
+    const char* events;  // posted in this order, see event()
+    const char* calls;   // what reached the binding, in order
+    const char* heard;   // what the listeners heard, the drain marker left out
+    size_t reconnects;
+    const char* line;  // a line the case writes, "" for none
+};
+void PrintTo(const Scenario& c, std::ostream* os) {
+    *os << c.name;
 }
 
-TEST_F(SdkClientBaseTest, LocalReplyWithoutListenerFallsThroughToTheSendPath) {
-    registerType(kFour);
-    registerType(kFive, /*withListener=*/false);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFive, "orphan", true));
-    drain(kFour);
-    EXPECT_EQ(sdk.calls.get(), (std::vector<std::string>{"connect:5", "send:5:orphan"}));
-    EXPECT_TRUE(log.contains("Reconnect client"));
-}
+const Scenario kScenarios[] = {
+    {"LocalReplyGoesToTheListenerOnTheSdkThreadWithoutTheService", "4", "4<local", "",
+     "4 RESPONSE local @sdk", 0, "sendClient"},
+    {"LocalReplyWithoutListenerFallsThroughToTheSendPath", "4 5-", "5<orphan",
+     "connect:5 send:5:orphan", "", 1, ""},
+    {"DisconnectedTypeReconnectsOnceThenSends", "4", "4>first 4>second",
+     "connect:4 send:4:first send:4:second", "", 1, ""},
+    {"FailedConnectSendsNothingAndReportsNothingHere", "4 noconnect", "4>lost", "connect:4", "", 1,
+     ""},
+    {"FailedSendReportsSendFailedToTheSendingTypeOnly", "4 5 nosend", "5>x", "connect:5 send:5:x",
+     "5 SEND_FAILED @sdk", 1, ""},
+    {"ListenerThatThrowsDoesNotEndTheSdkThread", "4 5x", "5<", "", "", 0, "listener threw: boom"},
+    {"CleanupOfADisconnectedTypeNeitherReconnectsNorSendsAndEndsTheLoop", "4", "4!", "", "", 0,
+     "cleanup"},
+    {"CleanupOfAConnectedTypeSendsItsBlobFirst", "4+", "4!bye", "send:4:bye", "", 0, "cleanup"},
+    {"CleanupOfOneOfTwoTypesKeepsTheLoopRunning", "4 5", "4!", "", "", 0, "cleanup"},
+};
 
-TEST_F(SdkClientBaseTest, DisconnectedTypeReconnectsOnceThenSends) {
-    registerType(kFour);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFour, "first"));
-    sdk.postEvent(event(kFour, "second"));
-    drain(kFour);
-    EXPECT_EQ(sdk.calls.get(),
-              (std::vector<std::string>{"connect:4", "send:4:first", "send:4:second"}));
-    EXPECT_EQ(rux::test::countEndingWith(log, "Reconnect client"), 1u);
-}
+class SdkClientBaseScenarioTest : public SdkClientBaseTest,
+                                  public ::testing::WithParamInterface<Scenario> {};
 
-TEST_F(SdkClientBaseTest, FailedConnectSendsNothingAndReportsNothingHere) {
-    sdk.connectSucceeds = false;
-    registerType(kFour);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFour, "lost"));
-    drain(kFour);
-    EXPECT_EQ(sdk.calls.get(), (std::vector<std::string>{"connect:4"}));
-    ASSERT_EQ(heard.size(), 1u);  // only the marker
-}
-
-TEST_F(SdkClientBaseTest, FailedSendReportsSendFailedToTheSendingTypeOnly) {
-    sdk.sendSucceeds = false;
-    registerType(kFour);
-    registerType(kFive);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFive, "x"));
-    ASSERT_TRUE(heard.waitFor(1));
-    const Heard h = heard.get()[0];
-    EXPECT_EQ(h.type, kFive);
-    EXPECT_EQ(h.status, SdkClientBase::SEND_FAILED);
-    EXPECT_EQ(h.blob, "");
-    EXPECT_TRUE(h.onSdkThread);
-}
-
-TEST_F(SdkClientBaseTest, CleanupOfADisconnectedTypeNeitherReconnectsNorSendsAndEndsTheLoop) {
-    registerType(kFour);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFour, "", false, /*cleanup=*/true));
-    ASSERT_TRUE(log.waitForText("sdkThread loop END"));
-    EXPECT_TRUE(sdk.calls.get().empty());
-    EXPECT_FALSE(sdk.isRunning());
-    EXPECT_FALSE(sdk.hasClientType(kFour));
+TEST_P(SdkClientBaseScenarioTest, LeadsToTheseCallsAndReports) {
+    const Scenario& c = GetParam();
+    std::set<int> types, cleaned;
+    std::istringstream setup(c.setup), events(c.events);
+    for (std::string w; setup >> w;) {
+        if (w == "noconnect" || w == "nosend") {
+            (w == "nosend" ? sdk.sendSucceeds : sdk.connectSucceeds) = false;
+            continue;
+        }
+        const RuxSdkClientType t = type(w[0] - '0');
+        types.insert(t);
+        registerType(t, w.find('-') == std::string::npos);
+        if (w.find('+') != std::string::npos) sdk.setConnected(t);
+        if (w.find('x') != std::string::npos)
+            sdk.setClientListener(t, [](SdkClientBase::SdkStatus, const Bytes&) {
+                throw std::runtime_error("boom");
+            });
+    }
+    ASSERT_TRUE(sdk.start(type(4), nullptr));
+    for (std::string e; events >> e;) {
+        sdk.postEvent(event(e));
+        if (e[1] == '!') cleaned.insert(e[0] - '0');
+    }
+    const bool ends = cleaned == types;
+    std::string expectedHeard = c.heard;
+    if (ends) {
+        ASSERT_TRUE(log.waitForText("sdkThread loop END"));
+    } else {
+        // A local reply for a type still there: once heard, every event has been handled.
+        const std::string marker = cleaned.count(4) ? "5" : "4";
+        sdk.postEvent(event(marker + "<marker"));
+        expectedHeard += (expectedHeard.empty() ? "" : ", ") + marker + " RESPONSE marker @sdk";
+        ASSERT_TRUE(heard.waitFor(std::count(expectedHeard.begin(), expectedHeard.end(), ',') + 1));
+    }
+    EXPECT_EQ(rux::test::join(sdk.calls.get(), " "), c.calls);
+    EXPECT_EQ(rux::test::join(heard.get(), ", "), expectedHeard);
+    EXPECT_EQ(rux::test::countEndingWith(log, "Reconnect client"), c.reconnects);
+    EXPECT_EQ(sdk.isRunning(), !ends);
+    for (int t : types) EXPECT_EQ(sdk.hasClientType(type(t)), !cleaned.count(t)) << t;
+    EXPECT_NE(log.findEndingWith(c.line).priority, -1);
+    for (const auto& line : log.matching("|RuxSdk|"))  // SdkLog writes debug lines
+        EXPECT_EQ(line.priority, 3) << line.text;
+    // Stopping joins the thread, whether the loop has ended or still runs.
     EXPECT_TRUE(sdk.join());
-}
-
-TEST_F(SdkClientBaseTest, CleanupOfAConnectedTypeSendsItsBlobFirst) {
-    registerType(kFour);
-    sdk.setConnected(kFour);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFour, "bye", false, /*cleanup=*/true));
-    ASSERT_TRUE(log.waitForText("sdkThread loop END"));
-    EXPECT_EQ(sdk.calls.get(), (std::vector<std::string>{"send:4:bye"}));
-}
-
-TEST_F(SdkClientBaseTest, CleanupOfOneOfTwoTypesKeepsTheLoopRunning) {
-    registerType(kFour);
-    registerType(kFive);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFour, "", false, /*cleanup=*/true));
-    drain(kFive);  // still handled after the cleanup of 4
-    EXPECT_TRUE(sdk.isRunning());
-    EXPECT_FALSE(sdk.hasClientType(kFour));
-    EXPECT_TRUE(sdk.hasClientType(kFive));
-
-    sdk.postEvent(event(kFive, "", false, /*cleanup=*/true));
-    ASSERT_TRUE(log.waitForText("sdkThread loop END"));
     EXPECT_FALSE(sdk.isRunning());
+    EXPECT_TRUE(log.contains("sdkThread loop END"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Events, SdkClientBaseScenarioTest, ::testing::ValuesIn(kScenarios),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(SdkClientBaseTest, EventHandledWhileNotRunningIsDroppedWithItsLine) {
-    registerType(kFour);
-    sdk.handleEvent(event(kFour, "early", true));
+    registerType(type(4));
+    sdk.handleEvent(event("4<early"));
     EXPECT_EQ(heard.size(), 0u);
     EXPECT_TRUE(sdk.calls.get().empty());
     EXPECT_NE(log.findEndingWith("handleEvent called while thread not running").priority, -1);
 }
 
-TEST_F(SdkClientBaseTest, ServiceDownReachesEveryListenerInTypeOrder) {
-    registerType(kSeven);
-    registerType(kFour);
-    registerType(kFive);
-    sdk.notifyServiceDown();
-    ASSERT_EQ(heard.size(), 3u);
-    std::vector<RuxSdkClientType> order;
-    for (const Heard& h : heard.get()) {
-        EXPECT_EQ(h.status, SdkClientBase::SERVICE_DOWN);
-        order.push_back(h.type);
-    }
-    EXPECT_EQ(order, (std::vector<RuxSdkClientType>{kFour, kFive, kSeven}));
-}
-
 // A local reply for a type without a listener leaves an empty listener entry behind;
 // SERVICE_DOWN skips it with a line and still reaches the others.
 TEST_F(SdkClientBaseTest, ServiceDownSkipsAnEmptyListenerEntryWithItsLine) {
-    registerType(kFour);
-    registerType(kFive, /*withListener=*/false);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFive, "", true));
-    drain(kFour);
+    registerType(type(4));
+    registerType(type(5), /*withListener=*/false);
+    ASSERT_TRUE(sdk.start(type(4), nullptr));
+    sdk.postEvent(event("5<"));
+    sdk.postEvent(event("4<marker"));  // heard once the event before it has been handled
+    ASSERT_TRUE(heard.waitFor(1));
     heard.clear();
     sdk.notifyServiceDown();
-    ASSERT_EQ(heard.size(), 1u);
-    EXPECT_EQ(heard.get()[0].type, kFour);
+    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_DOWN"});
     EXPECT_NE(log.findEndingWith("No listener for RuxSdkClientType 5; SERVICE_DOWN not delivered")
                   .priority,
               -1);
 }
 
-TEST_F(SdkClientBaseTest, ServiceUpReachesOnlyTheNamedType) {
-    registerType(kFour);
-    registerType(kFive);
-    sdk.notifyServiceUp(kFive);
-    sdk.notifyServiceUp(kSeven);  // no listener: nothing, and no entry is made
-    ASSERT_EQ(heard.size(), 1u);
-    EXPECT_EQ(heard.get()[0].type, kFive);
-    EXPECT_EQ(heard.get()[0].status, SdkClientBase::SERVICE_UP);
-    heard.clear();
+TEST_F(SdkClientBaseTest, ServiceUpReachesOnlyTheNamedTypeAndServiceDownEveryOneInTypeOrder) {
+    for (int t : {7, 4, 5}) registerType(type(t));
+    sdk.notifyServiceUp(type(5));
+    sdk.notifyServiceUp(type(8));  // no listener: nothing, and no entry is made
     sdk.notifyServiceDown();
-    EXPECT_EQ(heard.size(), 2u);
-    EXPECT_FALSE(log.contains("No listener for RuxSdkClientType 7"));
+    EXPECT_EQ(heard.get(),
+              (Lines{"5 SERVICE_UP", "4 SERVICE_DOWN", "5 SERVICE_DOWN", "7 SERVICE_DOWN"}));
+    EXPECT_FALSE(log.contains("No listener for RuxSdkClientType 8"));
 }
 
 TEST_F(SdkClientBaseTest, ReceivedBlobGoesToItsTypeOrIsDroppedWithAnError) {
-    registerType(kFour);
-    sdk.notifyReceivedBlob(kFour, Bytes{'o', 'k'});
-    sdk.notifyReceivedBlob(kFive, Bytes{'n', 'o'});
-    ASSERT_EQ(heard.size(), 1u);
-    EXPECT_EQ(heard.get()[0].blob, "ok");
-    EXPECT_EQ(heard.get()[0].status, SdkClientBase::RESPONSE);
+    registerType(type(4));
+    sdk.notifyReceivedBlob(type(4), Bytes{'o', 'k'});
+    sdk.notifyReceivedBlob(type(5), Bytes{'n', 'o'});
+    EXPECT_EQ(heard.get(), Lines{"4 RESPONSE ok"});
     EXPECT_TRUE(log.contains("Send response RESPONSE 4"));
     const auto error = log.findEndingWith(
         "RuxSdkClientType 5 is not registered with this client. Should never occur!");
     EXPECT_EQ(error.priority, ANDROID_LOG_ERROR);
-}
-
-TEST_F(SdkClientBaseTest, ListenerThatThrowsDoesNotEndTheSdkThread) {
-    registerType(kFour);
-    sdk.setClientListener(
-        kFive, [](SdkClientBase::SdkStatus, const Bytes&) { throw std::runtime_error("boom"); });
-    sdk.addClientType(kFive);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    sdk.postEvent(event(kFive, "", true));
-    drain(kFour);
-    EXPECT_TRUE(sdk.isRunning());
-    EXPECT_NE(log.findEndingWith("listener threw: boom").priority, -1);
-}
-
-TEST_F(SdkClientBaseTest, StoppingARunningLoopJoinsTheThread) {
-    registerType(kFour);
-    ASSERT_TRUE(sdk.start(kFour, nullptr));
-    drain(kFour);
-    EXPECT_TRUE(sdk.join());
-    EXPECT_FALSE(sdk.isRunning());
-    EXPECT_TRUE(log.contains("sdkThread loop END"));
 }
 
 }  // namespace

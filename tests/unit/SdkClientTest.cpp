@@ -6,8 +6,6 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include "SdkTestSupport.h"
@@ -16,182 +14,142 @@
 
 namespace {
 
-using rux::ipc::ProcessId;
 using rux::ipc::RuxIpcServer;
 using rux::ipc::RuxIpcServerClient;
 using rux::ipc::RuxSdkType;
 using rux::sdk::RuxSdkClientType;
 using rux::sdk::SdkClient;
 using rux::sdk::SdkClientBase;
-using rux::sdk::SdkClientEvent;
 using rux::test::Inbox;
 using rux::test::LogCapture;
 using Bytes = std::vector<uint8_t>;
+using Lines = std::vector<std::string>;
 using namespace std::chrono_literals;
 
 RuxSdkClientType type(int t) {
     return static_cast<RuxSdkClientType>(t);
 }
 
-// --- tables ----------------------------------------------------------------------------
-
-class ClientTypeTable : public ::testing::TestWithParam<std::tuple<int, unsigned long, uint32_t>> {
-};
-
-TEST_P(ClientTypeTable, MapsToProcessIdAndWireType) {
-    const auto [clientType, processId, wireType] = GetParam();
-    EXPECT_EQ(SdkClient::convertSdkTypeToProcessId(type(clientType)), processId);
-    EXPECT_EQ(static_cast<uint32_t>(SdkClient::convertSdkTypeToIpc(type(clientType))), wireType);
+TEST(SdkClientTablesTest, ClientTypesMapToProcessIdAndWireTypeAndWireTypesBack) {
+    const struct {
+        int clientType;
+        unsigned long processId;
+        uint32_t wireType;
+    } toWire[] = {{4, 101, 4},  {5, 102, 5},  {6, 108, 0}, {7, 104, 6}, {8, 108, 0},  {9, 105, 7},
+                  {10, 106, 8}, {11, 107, 9}, {0, 108, 0}, {3, 108, 0}, {12, 108, 0}, {-1, 108, 0}};
+    for (const auto& r : toWire) {
+        EXPECT_EQ(SdkClient::convertSdkTypeToProcessId(type(r.clientType)), r.processId)
+            << r.clientType;
+        EXPECT_EQ(static_cast<uint32_t>(SdkClient::convertSdkTypeToIpc(type(r.clientType))),
+                  r.wireType)
+            << r.clientType;
+    }
+    // Not the inverse of the table above: 6 and 8 have no wire type of their own.
+    const std::pair<uint32_t, int> toClient[] = {{4, 4},  {5, 5}, {6, 7}, {7, 9},  {8, 10},
+                                                 {9, 11}, {0, 0}, {3, 0}, {10, 0}, {0xFFFFFFFF, 0}};
+    for (const auto& [wire, clientType] : toClient)
+        EXPECT_EQ(SdkClient::convertSdkTypeToSdk(static_cast<RuxSdkType>(wire)), clientType)
+            << wire;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    AllTypes, ClientTypeTable,
-    ::testing::Values(std::make_tuple(4, 101ul, 4u), std::make_tuple(5, 102ul, 5u),
-                      std::make_tuple(6, 108ul, 0u), std::make_tuple(7, 104ul, 6u),
-                      std::make_tuple(8, 108ul, 0u), std::make_tuple(9, 105ul, 7u),
-                      std::make_tuple(10, 106ul, 8u), std::make_tuple(11, 107ul, 9u),
-                      std::make_tuple(0, 108ul, 0u), std::make_tuple(3, 108ul, 0u),
-                      std::make_tuple(12, 108ul, 0u), std::make_tuple(-1, 108ul, 0u)));
-
-class WireTypeTable : public ::testing::TestWithParam<std::pair<uint32_t, int>> {};
-
-TEST_P(WireTypeTable, MapsBackToClientType) {
-    const auto [wire, clientType] = GetParam();
-    EXPECT_EQ(SdkClient::convertSdkTypeToSdk(static_cast<RuxSdkType>(wire)), clientType);
-}
-
-// Not the inverse of the table above: 6 and 8 have no wire type of their own.
-INSTANTIATE_TEST_SUITE_P(AllWireTypes, WireTypeTable,
-                         ::testing::Values(std::make_pair(4u, 4), std::make_pair(5u, 5),
-                                           std::make_pair(6u, 7), std::make_pair(7u, 9),
-                                           std::make_pair(8u, 10), std::make_pair(9u, 11),
-                                           std::make_pair(0u, 0), std::make_pair(3u, 0),
-                                           std::make_pair(10u, 0), std::make_pair(0xFFFFFFFFu, 0)));
 
 // --- the singleton over a real socket ------------------------------------------------------
-
-struct Heard {
-    RuxSdkClientType type;
-    SdkClientBase::SdkStatus status;
-    std::string blob;
-    bool onSdkThread;
-};
-
-struct ServerBlob {
-    RuxSdkType type;
-    std::string blob;
-    unsigned long peer;
-};
 
 class SdkClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        rux::ipc::ConnectOptions options;
-        options.socketPath = path;
-        options.maxAttempts = 3;
-        options.retryDelay = 1ms;
-        SdkClient::setConnectOptions(options);
+        useSocket(path, 3);
+        ASSERT_TRUE(server.start(path));
     }
     void TearDown() override {
         for (int t = 4; t <= 11; ++t) SdkClient::destroyInstance(type(t));
         server.stop();
         SdkClient::setConnectOptions({});
     }
-
-    SdkClientBase::Listener listenerFor(RuxSdkClientType t) {
-        return [this, t](SdkClientBase::SdkStatus status, const Bytes& blob) {
-            auto sdk = SdkClient::instance();
-            heard.put(
-                {t, status, std::string(blob.begin(), blob.end()), sdk && sdk->onSdkThread()});
-        };
+    static void useSocket(const std::string& socketPath, int attempts) {
+        rux::ipc::ConnectOptions options;
+        options.socketPath = socketPath;
+        options.maxAttempts = attempts;
+        options.retryDelay = 1ms;
+        SdkClient::setConnectOptions(options);
     }
-    static std::shared_ptr<SdkClientEvent> event(RuxSdkClientType t, const std::string& blob) {
-        return std::make_shared<SdkClientEvent>(t, Bytes(blob.begin(), blob.end()));
+    static std::shared_ptr<rux::sdk::SdkClientEvent> event(int t, const std::string& blob) {
+        return std::make_shared<rux::sdk::SdkClientEvent>(type(t), Bytes(blob.begin(), blob.end()));
     }
     std::shared_ptr<SdkClient> join(int t, const std::string& blob) {
-        return SdkClient::getInstance(type(t), listenerFor(type(t)), event(type(t), blob));
+        auto listener = [this, t](SdkClientBase::SdkStatus status, const Bytes& blob) {
+            auto sdk = SdkClient::instance();
+            heard.put(rux::test::heardLine(t, status, blob, sdk && sdk->onSdkThread()));
+        };
+        return SdkClient::getInstance(type(t), listener, event(t, blob));
     }
-    Heard heardAt(size_t i) { return heard.get().at(i); }
+    // Joins with a first blob and waits until the service has it and SERVICE_UP is heard.
+    std::shared_ptr<SdkClient> joinConnected(int t, const std::string& blob) {
+        const size_t nBlobs = blobs.size(), nHeard = heard.size();
+        auto sdk = join(t, blob);
+        EXPECT_TRUE(sdk && blobs.waitFor(nBlobs + 1) && heard.waitFor(nHeard + 1));
+        return sdk;
+    }
 
     LogCapture log;
     const std::string path = rux::test::uniqueSocketPath("rux-sdkclient");
-    Inbox<Heard> heard;
-    Inbox<ServerBlob> blobs;
+    Inbox<std::string> heard;
+    Inbox<std::string> blobs;  // "<wire type> from <peer process id>: <blob>"
     Inbox<RuxIpcServerClient> connected;
-    RuxIpcServer server{
-        RuxIpcServer::Callbacks{[this](const RuxIpcServerClient& c) { connected.put(c); },
-                                [this](const RuxIpcServerClient& c, RuxSdkType t, Bytes b) {
-                                    blobs.put({t, std::string(b.begin(), b.end()),
-                                               static_cast<unsigned long>(c.peerProcessId())});
-                                },
-                                nullptr, nullptr}};
+    RuxIpcServer server{RuxIpcServer::Callbacks{
+        [this](const RuxIpcServerClient& c) { connected.put(c); },
+        [this](const RuxIpcServerClient& c, RuxSdkType t, Bytes b) {
+            blobs.put(std::to_string(t) + " from " + std::to_string(c.peerProcessId()) + ": " +
+                      std::string(b.begin(), b.end()));
+        },
+        nullptr, nullptr}};
 };
 
 TEST_F(SdkClientTest, FirstEventConnectsReportsServiceUpAndReachesTheService) {
-    ASSERT_TRUE(server.start(path));
-    auto sdk = join(4, "hello");
+    auto sdk = joinConnected(4, "hello");
     ASSERT_TRUE(sdk);
     EXPECT_EQ(SdkClient::instance(), sdk);
-    ASSERT_TRUE(blobs.waitFor(1));
-    const ServerBlob b = blobs.get()[0];
-    EXPECT_EQ(b.blob, "hello");
-    EXPECT_EQ(static_cast<uint32_t>(b.type), 4u);
-    EXPECT_EQ(b.peer, 101ul);
-
-    ASSERT_TRUE(heard.waitFor(1));
-    EXPECT_EQ(heardAt(0).status, SdkClientBase::SERVICE_UP);
-    EXPECT_TRUE(heardAt(0).onSdkThread);
+    EXPECT_EQ(blobs.get(), Lines{"4 from 101: hello"});
+    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_UP @sdk"});
     EXPECT_TRUE(sdk->isConnected(type(4)));
     EXPECT_TRUE(log.contains("SdkClient new Instance created"));
     EXPECT_TRUE(log.contains("handleConnectionStatus: 1 type: 4"));
 }
 
 TEST_F(SdkClientTest, ReplyOfWireTypeSixReachesTheListenerOfTypeSevenOnTheReceiverThread) {
-    ASSERT_TRUE(server.start(path));
-    ASSERT_TRUE(join(7, "q"));
-    ASSERT_TRUE(blobs.waitFor(1));
-    EXPECT_EQ(static_cast<uint32_t>(blobs.get()[0].type), 6u);
+    ASSERT_TRUE(joinConnected(7, "q"));
+    EXPECT_EQ(blobs.get(), Lines{"6 from 104: q"});
     ASSERT_TRUE(connected.waitFor(1));
-    ASSERT_TRUE(heard.waitFor(1));  // SERVICE_UP
     ASSERT_TRUE(connected.get()[0].sendBlob(static_cast<RuxSdkType>(6), Bytes{'r', 'e'}));
     ASSERT_TRUE(heard.waitFor(2));
-    const Heard h = heardAt(1);
-    EXPECT_EQ(h.type, type(7));
-    EXPECT_EQ(h.status, SdkClientBase::RESPONSE);
-    EXPECT_EQ(h.blob, "re");
-    EXPECT_FALSE(h.onSdkThread);
+    EXPECT_EQ(heard.get(), (Lines{"7 SERVICE_UP @sdk", "7 RESPONSE re"}));
 }
 
 TEST_F(SdkClientTest, TypesSixAndEightShareOneSession) {
-    ASSERT_TRUE(server.start(path));
-    auto sdk = join(6, "six");
+    auto sdk = joinConnected(6, "six");
     ASSERT_TRUE(sdk);
-    ASSERT_TRUE(blobs.waitFor(1));
     ASSERT_EQ(join(8, "eight"), sdk);
     ASSERT_TRUE(blobs.waitFor(2));
-    EXPECT_EQ(blobs.get()[1].blob, "eight");
-    EXPECT_EQ(blobs.get()[1].peer, 108ul);
+    EXPECT_EQ(blobs.get()[1], "0 from 108: eight");
     EXPECT_EQ(server.clients().size(), 1u);
     EXPECT_EQ(connected.size(), 1u);
     EXPECT_EQ(sdk->sessionFor(type(6)), sdk->sessionFor(type(8)));
 }
 
 TEST_F(SdkClientTest, NullEventWhileAnInstanceRunsFailsAndRegistersNothing) {
-    ASSERT_TRUE(server.start(path));
-    auto sdk = join(4, "a");
+    auto sdk = joinConnected(4, "a");
     ASSERT_TRUE(sdk);
-    EXPECT_EQ(SdkClient::getInstance(type(5), listenerFor(type(5)), nullptr), nullptr);
+    EXPECT_EQ(SdkClient::getInstance(
+                  type(5), [](auto, auto&) {}, nullptr),
+              nullptr);
     EXPECT_TRUE(log.contains("Instance and atomic bool miss match."));
     EXPECT_FALSE(sdk->hasClientType(type(5)));
-    ASSERT_TRUE(heard.waitFor(1));  // SERVICE_UP of 4
     heard.clear();
     sdk->notifyServiceDown();
-    ASSERT_EQ(heard.size(), 1u);
-    EXPECT_EQ(heardAt(0).type, type(4));
+    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_DOWN"});
 }
 
 TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
-    ASSERT_TRUE(server.start(path));
+    // Both join before the first connect is done, as the service's first clients do.
     auto sdk = join(4, "a");
     ASSERT_EQ(join(5, "b"), sdk);
     ASSERT_TRUE(blobs.waitFor(2));
@@ -200,9 +158,9 @@ TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
     EXPECT_TRUE(sdk->isRunning());
     EXPECT_FALSE(sdk->hasClientType(type(5)));
 
-    sdk->postEvent(event(type(4), "still"));
+    sdk->postEvent(event(4, "still"));
     ASSERT_TRUE(blobs.waitFor(3));
-    EXPECT_EQ(blobs.get()[2].blob, "still");
+    EXPECT_EQ(blobs.get()[2], "4 from 101: still");
 
     SdkClient::destroyInstance(type(4));
     EXPECT_EQ(SdkClient::instance(), nullptr);
@@ -213,43 +171,34 @@ TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
 }
 
 TEST_F(SdkClientTest, NoServiceGivesServiceDownOnTheSdkThreadAfterTheAttempts) {
+    useSocket(rux::test::uniqueSocketPath("rux-nobody"), 3);
     auto sdk = join(4, "nobody");
     ASSERT_TRUE(sdk);
     ASSERT_TRUE(heard.waitFor(1));
-    EXPECT_EQ(heardAt(0).status, SdkClientBase::SERVICE_DOWN);
-    EXPECT_TRUE(heardAt(0).onSdkThread);
+    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_DOWN @sdk"});
     ASSERT_TRUE(log.waitForText("IsConnected: 0"));
     EXPECT_EQ(rux::test::countEndingWith(log, "Connect ret: -1"), 3u);
     EXPECT_FALSE(sdk->isConnected(type(4)));
 }
 
 TEST_F(SdkClientTest, LostSessionGivesServiceDownAndTheNextEventReconnects) {
-    ASSERT_TRUE(server.start(path));
-    auto sdk = join(4, "one");
-    ASSERT_TRUE(blobs.waitFor(1));
-    ASSERT_TRUE(heard.waitFor(1));  // SERVICE_UP
+    auto sdk = joinConnected(4, "one");
     ASSERT_EQ(connected.size(), 1u);
     connected.get()[0].disconnect();
     ASSERT_TRUE(heard.waitFor(2));
-    EXPECT_EQ(heardAt(1).status, SdkClientBase::SERVICE_DOWN);
-    EXPECT_FALSE(heardAt(1).onSdkThread);  // the receiver thread
-
-    sdk->postEvent(event(type(4), "two"));
+    sdk->postEvent(event(4, "two"));
     ASSERT_TRUE(blobs.waitFor(2));
-    EXPECT_EQ(blobs.get()[1].blob, "two");
+    EXPECT_EQ(blobs.get()[1], "4 from 101: two");
     EXPECT_EQ(connected.size(), 2u);
     ASSERT_TRUE(heard.waitFor(3));
-    EXPECT_EQ(heardAt(2).status, SdkClientBase::SERVICE_UP);
+    // SERVICE_DOWN comes from the receiver thread.
+    EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_UP @sdk", "4 SERVICE_DOWN", "4 SERVICE_UP @sdk"}));
 }
 
 // A connect that would try for a very long time is cut short by the teardown, silently:
 // without that, this test would run into its CTest timeout.
 TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
-    rux::ipc::ConnectOptions options;
-    options.socketPath = path;
-    options.maxAttempts = 1000000;
-    options.retryDelay = 1ms;
-    SdkClient::setConnectOptions(options);
+    useSocket(rux::test::uniqueSocketPath("rux-nobody"), 1000000);
     auto sdk = join(4, "never");
     ASSERT_TRUE(log.waitForText("Connect ret: -1"));
     SdkClient::destroyInstance(type(4));
@@ -260,16 +209,13 @@ TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
 }
 
 TEST_F(SdkClientTest, MalformedSendBlobMessageIsDroppedBeforeAnyListener) {
-    ASSERT_TRUE(server.start(path));
-    ASSERT_TRUE(join(4, "x"));
+    ASSERT_TRUE(joinConnected(4, "x"));
     ASSERT_TRUE(connected.waitFor(1));
-    ASSERT_TRUE(heard.waitFor(1));  // SERVICE_UP
     // msgId 5 with a payload too short to hold the 4-byte client kind.
     ASSERT_TRUE(connected.get()[0].sendFrame(0, 5, Bytes{1, 2}));
     ASSERT_TRUE(connected.get()[0].sendBlob(static_cast<RuxSdkType>(4), Bytes{'o', 'k'}));
     ASSERT_TRUE(heard.waitFor(2));
-    EXPECT_EQ(heard.size(), 2u);
-    EXPECT_EQ(heardAt(1).blob, "ok");
+    EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_UP @sdk", "4 RESPONSE ok"}));
 }
 
 }  // namespace

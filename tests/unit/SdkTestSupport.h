@@ -1,5 +1,6 @@
 // Helpers shared by the SDK core and request client tests: an inbox that threads put
-// values into and the test waits on with a deadline, and a per-test socket path.
+// values into and the test waits on with a deadline, a per-test socket path, and short
+// renderings of what listeners heard and of bytes.
 #pragma once
 
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -63,6 +65,36 @@ inline size_t countEndingWith(const LogCapture& capture, const std::string& suff
             line.text.compare(line.text.size() - suffix.size(), suffix.size(), suffix) == 0)
             ++n;
     return n;
+}
+
+// The items in one line, e.g. "a; b", for comparing a whole sequence at once.
+inline std::string join(const std::vector<std::string>& items, const char* separator = "; ") {
+    std::string out;
+    for (const auto& item : items) out += (out.empty() ? "" : separator) + item;
+    return out;
+}
+
+// "08 01 1A 00": bytes as a failure message can show them.
+inline std::string hex(const std::string& bytes) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned char b : bytes) {
+        if (!out.empty()) out += ' ';
+        out += digits[b >> 4];
+        out += digits[b & 0xF];
+    }
+    return out;
+}
+
+// "5 SERVICE_UP @sdk", "4 RESPONSE ok": what a listener of a client type heard, with the
+// blob as text when there is one, and whether it ran on the SDK thread.
+inline std::string heardLine(int type, int status, const std::vector<uint8_t>& blob,
+                             bool onSdkThread) {
+    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP"};
+    std::string s = std::to_string(type) + " " +
+                    (status >= 0 && status <= 3 ? kNames[status] : std::to_string(status));
+    if (!blob.empty()) s += " " + std::string(blob.begin(), blob.end());
+    return onSdkThread ? s + " @sdk" : s;
 }
 
 }  // namespace rux::test

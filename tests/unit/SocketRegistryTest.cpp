@@ -22,18 +22,25 @@ using namespace rux::ipc;
 using namespace std::chrono_literals;
 using Bytes = std::vector<uint8_t>;
 using rux::test::LogCapture;
-using rux::test::LogLine;
 
-struct Frame {
-    ipcMsg_t header;
-    Bytes payload;
-};
+// A frame as a short string: "src 1 dst 101 msg 5 sub 3 sid 1: de ad".
+std::string show(const ipcMsg_t& h) {
+    std::string s = "src " + std::to_string(h.srcProcessId) + " dst " +
+                    std::to_string(h.dstProcessId) + " msg " + std::to_string(h.msgId) + " sub " +
+                    std::to_string(h.subsystemId) + " sid " + std::to_string(h.sessionId) + ":";
+    char hex[4];
+    for (size_t i = 0; i < h.length; ++i) {
+        snprintf(hex, sizeof hex, " %02x", ipcPayload(&h)[i]);
+        s += hex;
+    }
+    return s;
+}
 
 class RecordingHandler : public ProcessHandler {
 public:
     void handleMsg(ipcMsg_t* msg) override {
         std::lock_guard<std::mutex> lock(mutex);
-        frames.push_back({*msg, Bytes(ipcPayload(msg), ipcPayload(msg) + msg->length)});
+        frames.push_back(show(*msg));
         changed.notify_all();
     }
     void handleSessionEnd(unsigned int sessionId) override {
@@ -52,7 +59,7 @@ public:
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<Frame> frames;
+    std::vector<std::string> frames;
     std::vector<unsigned int> ends;
 };
 
@@ -103,15 +110,21 @@ int registeredFd(unsigned long pid, unsigned long sid) {
     return getProcessUtilsGlobals()->registeredFd(pid, sid);
 }
 
-TEST(SocketRegistryTest, SendMsgWritesOneByteExactFrame) {
+bool logged(const LogCapture& capture, const std::string& suffix) {
+    return capture.findEndingWith(suffix).priority != -1;
+}
+
+class SocketRegistryTest : public ::testing::Test {
+protected:
     LogCapture capture;
     SocketPair pair;
     RecordingHandler handler;
+};
+
+// Out: one byte-exact frame. In: frames in order, a zero-length one with no payload.
+TEST_F(SocketRegistryTest, FramesTravelBothWaysByteExact) {
     ASSERT_TRUE(registerSocket(7, 42, pair.local, handler));
-    EXPECT_NE(
-        capture.findEndingWith("id: 0x7, sessionId: 42, sockFd: " + std::to_string(pair.local))
-            .priority,
-        -1);
+    EXPECT_TRUE(logged(capture, "id: 0x7, sessionId: 42, sockFd: " + std::to_string(pair.local)));
 
     unsigned char payload[] = {'h', 'i', '!'};
     ASSERT_TRUE(ProcessUtilsWrapper::sendMsg(payload, 3, 5, 9, 101, 7, 42));
@@ -123,38 +136,25 @@ TEST(SocketRegistryTest, SendMsgWritesOneByteExactFrame) {
                             3,   0,   0,  0, 0, 0, 0, 0,  // length
                             'h', 'i', '!'};
     EXPECT_EQ(pair.readRemote(expected.size()), expected);
-    EXPECT_NE(capture.findEndingWith("dstProcessId: 0x7, sessionId: 42").priority, -1);
-    EXPECT_NE(capture.findEndingWith("send: length: 3").priority, -1);
-    retire(7, 42, pair, handler);
-}
+    EXPECT_TRUE(logged(capture, "dstProcessId: 0x7, sessionId: 42"));
+    EXPECT_TRUE(logged(capture, "send: length: 3"));
 
-TEST(SocketRegistryTest, ReceiverDeliversFramesInOrderAndZeroLengthWithEmptyPayload) {
-    SocketPair pair;
-    RecordingHandler handler;
-    ASSERT_TRUE(registerSocket(8, 1, pair.local, handler));
-    pair.writeRemote(frameBytes(1, 101, 4, 0, 1, {}));
-    pair.writeRemote(frameBytes(1, 101, 5, 3, 1, {0xDE, 0xAD}));
+    pair.writeRemote(frameBytes(1, 101, 4, 0, 42, {}));
+    pair.writeRemote(frameBytes(1, 101, 5, 3, 42, {0xDE, 0xAD}));
     ASSERT_TRUE(handler.waitFrames(2));
-    {
-        std::lock_guard<std::mutex> lock(handler.mutex);
-        EXPECT_EQ(handler.frames[0].header.msgId, 4u);
-        EXPECT_EQ(handler.frames[0].header.length, 0u);
-        EXPECT_TRUE(handler.frames[0].payload.empty());
-        EXPECT_EQ(handler.frames[1].header.msgId, 5u);
-        EXPECT_EQ(handler.frames[1].header.subsystemId, 3u);
-        EXPECT_EQ(handler.frames[1].header.srcProcessId, 1u);
-        EXPECT_EQ(handler.frames[1].payload, (Bytes{0xDE, 0xAD}));
-    }
-    retire(8, 1, pair, handler);
+    retire(7, 42, pair, handler);
+    EXPECT_EQ(handler.frames,
+              (std::vector<std::string>{"src 1 dst 101 msg 4 sub 0 sid 42:",
+                                        "src 1 dst 101 msg 5 sub 3 sid 42: de ad"}));
     EXPECT_TRUE(handler.ends.empty());
 }
 
 // The peer closes after `cut` bytes of a frame with a 10-byte payload, for every cut.
-TEST(SocketRegistryTest, FrameCutShortAtAnyOffsetEndsTheSessionWithItsLogLine) {
+TEST_F(SocketRegistryTest, FrameCutShortAtAnyOffsetEndsTheSessionWithItsLogLine) {
     const Bytes frame = frameBytes(1, 101, 5, 0, 42, Bytes(10, 0x5A));
     for (size_t cut = 0; cut < frame.size(); ++cut) {
         SCOPED_TRACE("cut at " + std::to_string(cut));
-        LogCapture capture;
+        capture.clear();
         SocketPair pair;
         RecordingHandler handler;
         ASSERT_TRUE(registerSocket(9, 42, pair.local, handler));
@@ -165,53 +165,46 @@ TEST(SocketRegistryTest, FrameCutShortAtAnyOffsetEndsTheSessionWithItsLogLine) {
         EXPECT_EQ(handler.ends, std::vector<unsigned int>{42});
         EXPECT_TRUE(handler.frames.empty());
         if (cut < kIpcHeaderSize) {
-            EXPECT_NE(capture.findEndingWith("Error 1st recv").priority, -1) << capture.dump();
+            EXPECT_TRUE(logged(capture, "Error 1st recv")) << capture.dump();
         } else {
-            const LogLine line = capture.findEndingWith(
+            const std::string line =
                 "Unexpected data received: expected size: 10, received size: " +
-                std::to_string(cut - kIpcHeaderSize));
-            EXPECT_EQ(line.priority, 6) << capture.dump();
+                std::to_string(cut - kIpcHeaderSize);
+            EXPECT_EQ(capture.findEndingWith(line).priority, 6) << capture.dump();
         }
-        EXPECT_NE(
-            capture.findEndingWith("Cleaning up session 42, socket " + std::to_string(pair.local))
-                .priority,
-            -1);
-        EXPECT_NE(capture.findEndingWith("Notifying session 42").priority, -1);
+        EXPECT_TRUE(
+            logged(capture, "Cleaning up session 42, socket " + std::to_string(pair.local)));
+        EXPECT_TRUE(logged(capture, "Notifying session 42"));
         EXPECT_EQ(registeredFd(9, 42), -1);
     }
 }
 
-TEST(SocketRegistryTest, RegisteringTheSameKeyTwiceKeepsTheFirst) {
-    SocketPair first, second;
-    RecordingHandler handler1, handler2;
-    ASSERT_TRUE(registerSocket(3, 3, first.local, handler1));
+// A taken key, descriptor 0 or -1: refused, and only the first socket sends and receives.
+TEST_F(SocketRegistryTest, RegisterRefusesATakenKeyAndDescriptorsBelowOne) {
+    SocketPair second;
+    RecordingHandler handler2;
+    EXPECT_FALSE(registerSocket(4, 4, 0, handler));
+    EXPECT_FALSE(registerSocket(4, 4, -1, handler));
+    EXPECT_EQ(registeredFd(4, 4), -1);
+    ASSERT_TRUE(registerSocket(3, 3, pair.local, handler));
     EXPECT_FALSE(registerSocket(3, 3, second.local, handler2));
-    EXPECT_EQ(registeredFd(3, 3), first.local);
+    EXPECT_EQ(registeredFd(3, 3), pair.local);
 
     unsigned char payload[] = {1};
     ASSERT_TRUE(ProcessUtilsWrapper::sendMsg(payload, 1, 5, 0, 1, 3, 3));
-    EXPECT_EQ(first.readRemote(kIpcHeaderSize + 1).size(), kIpcHeaderSize + 1);
+    EXPECT_EQ(pair.readRemote(kIpcHeaderSize + 1).size(), kIpcHeaderSize + 1);
     Bytes none(1);
     EXPECT_EQ(::recv(second.remote, none.data(), 1, MSG_DONTWAIT), -1);
 
-    // Only the first socket has a receiver.
-    first.writeRemote(frameBytes(1, 3, 5, 0, 3, {}));
+    pair.writeRemote(frameBytes(1, 3, 5, 0, 3, {}));
     second.writeRemote(frameBytes(1, 3, 5, 0, 3, {}));
-    ASSERT_TRUE(handler1.waitFrames(1));
-    retire(3, 3, first, handler1);
+    ASSERT_TRUE(handler.waitFrames(1));
+    retire(3, 3, pair, handler);
     handler2.waitForReceivers();
     EXPECT_TRUE(handler2.frames.empty());
 }
 
-TEST(SocketRegistryTest, RegisterRefusesDescriptorsBelowOne) {
-    RecordingHandler handler;
-    EXPECT_FALSE(registerSocket(4, 4, 0, handler));
-    EXPECT_FALSE(registerSocket(4, 4, -1, handler));
-    EXPECT_EQ(registeredFd(4, 4), -1);
-}
-
-TEST(SocketRegistryTest, SendIpcFailures) {
-    LogCapture capture;
+TEST_F(SocketRegistryTest, SendIpcFailures) {
     EXPECT_FALSE(sendIpc(nullptr));
     EXPECT_EQ(capture.findEndingWith("data null").priority, 6);
 
@@ -222,8 +215,6 @@ TEST(SocketRegistryTest, SendIpcFailures) {
     EXPECT_FALSE(capture.contains("send: length"));
 
     // A peer that stopped reading: EPIPE is an error return, not SIGPIPE.
-    SocketPair pair;
-    RecordingHandler handler;
     ASSERT_TRUE(registerSocket(56, 56, pair.local, handler));
     ASSERT_EQ(::shutdown(pair.remote, SHUT_RD), 0);
     header.dstProcessId = 56;
@@ -237,10 +228,7 @@ TEST(SocketRegistryTest, SendIpcFailures) {
     EXPECT_FALSE(ProcessUtilsWrapper::sendMsg(nullptr, length, 5, 0, 1, 56, 56));
 }
 
-TEST(SocketRegistryTest, DeregisteredSocketEndsWithoutASessionEnd) {
-    LogCapture capture;
-    SocketPair pair;
-    RecordingHandler handler;
+TEST_F(SocketRegistryTest, DeregisteredSocketEndsWithoutASessionEnd) {
     ASSERT_TRUE(registerSocket(10, 2, pair.local, handler));
     deregisterSocket(10, 2);
     EXPECT_EQ(registeredFd(10, 2), -1);
@@ -259,49 +247,41 @@ TEST(SocketRegistryTest, DeregisteredSocketEndsWithoutASessionEnd) {
     EXPECT_TRUE(capture.waitForText("ipc recv error: "));
 }
 
-TEST(SocketRegistryTest, RegProcessFixesTheIdentityOnceAndRegistersSockets) {
-    LogCapture capture;
+TEST_F(SocketRegistryTest, RegProcessFixesTheIdentityOnceAndRegistersSockets) {
     EXPECT_EQ(getAssignedProcessId(), ~0UL);
     EXPECT_EQ(getAssignedProcessName(), "UNKNOWN");
-    RecordingHandler handler;
     EXPECT_TRUE(regProcess(1, "rux-service", 5, "nobody", -1, handler));
     EXPECT_EQ(getAssignedProcessId(), 1u);
     EXPECT_EQ(getAssignedProcessName(), "rux-service");
-    EXPECT_NE(capture.findEndingWith("registered: rux-service").priority, -1);
+    EXPECT_TRUE(logged(capture, "registered: rux-service"));
     EXPECT_FALSE(capture.contains("child listening"));
 
-    SocketPair pair;
     EXPECT_TRUE(regProcess(101, "second", 6, "client-101", pair.local, handler));
     EXPECT_EQ(getAssignedProcessId(), 1u);
     EXPECT_EQ(getAssignedProcessName(), "rux-service");
     EXPECT_EQ(registeredFd(101, 6), pair.local);
-    EXPECT_NE(
-        capture.findEndingWith("child listening to sock: " + std::to_string(pair.local)).priority,
-        -1);
+    EXPECT_TRUE(logged(capture, "child listening to sock: " + std::to_string(pair.local)));
     pair.writeRemote(frameBytes(101, 1, 5, 0, 6, {7}));
     ASSERT_TRUE(handler.waitFrames(1));
     retire(101, 6, pair, handler);
 }
 
-TEST(SocketRegistryTest, IpcReceiverRunsOnTheCallingThread) {
-    SocketPair pair;
-    RecordingHandler handler;
+TEST_F(SocketRegistryTest, IpcReceiverRunsOnTheCallingThread) {
     auto loop = std::async(std::launch::async, [&] { ipcReceiver(pair.local, handler); });
     pair.writeRemote(frameBytes(1, 2, 3, 4, 5, {9, 9}));
     ASSERT_TRUE(handler.waitFrames(1));
     pair.closeRemote();
     ASSERT_EQ(loop.wait_for(10s), std::future_status::ready);
-    EXPECT_EQ(handler.frames[0].payload, (Bytes{9, 9}));
+    EXPECT_EQ(handler.frames, std::vector<std::string>{"src 1 dst 2 msg 3 sub 4 sid 5: 09 09"});
     EXPECT_TRUE(handler.ends.empty());  // it was never registered
 }
 
-TEST(SocketRegistryTest, DefaultHandlerLogsAndDropsFrames) {
-    LogCapture capture;
-    ProcessHandler handler;
-    handler.handleMsg(nullptr);
+TEST_F(SocketRegistryTest, DefaultHandlerLogsAndDropsFrames) {
+    ProcessHandler plain;
+    plain.handleMsg(nullptr);
     EXPECT_EQ(capture.findEndingWith("msg null").priority, 6);
     ipcMsg_t frame{101, 7, 5, 0, 1, 0};
-    handler.handleMsg(&frame);
+    plain.handleMsg(&frame);
     EXPECT_EQ(capture.findEndingWith("7: dropping IPC from 101").priority, 3);
 }
 
