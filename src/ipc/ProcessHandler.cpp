@@ -61,4 +61,8 @@ void ProcessHandler::handleMsg(ipcMsg_t* msg) {
 
 void ProcessHandler::handleSessionEnd(unsigned int) {}
 
+void ProcessHandler::handleSocketEnd(unsigned int sessionId, uint64_t) {
+    handleSessionEnd(sessionId);
+}
+
 }  // namespace rux::ipc

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -46,6 +47,11 @@ public:
     virtual void handleMsg(ipcMsg_t* msg);
     // Default: nothing.
     virtual void handleSessionEnd(unsigned int sessionId);
+    // What the receiver of a registered socket calls when the socket ends: `registration`
+    // is the token the socket was registered with (ProcessUtils.h), so a handler that
+    // reconnects can tell the end of an earlier socket from the end of its current one.
+    // Default: handleSessionEnd(sessionId).
+    virtual void handleSocketEnd(unsigned int sessionId, uint64_t registration);
 
     // Returns once no receiver thread serves this handler any more; a call from one of
     // those threads does not wait for itself.

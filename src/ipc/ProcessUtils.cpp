@@ -35,6 +35,11 @@ std::string errnoText(int err) {
     return errorMessage(strerror_r(err, buffer, sizeof buffer), buffer);
 }
 
+uint64_t nextRegistrationToken() {
+    static std::atomic<uint64_t> next{1};
+    return next.fetch_add(1);
+}
+
 SocketDescriptor::~SocketDescriptor() {
     if (owned && fd >= 0) ::close(fd);
 }
@@ -51,7 +56,8 @@ ProcessUtilsGlobals::~ProcessUtilsGlobals() {
     RUX_LOG(ANDROID_LOG_INFO, kTag, "ProcessUtilsGlobals dtor");
 }
 
-bool ProcessUtilsGlobals::startReceiver(const SocketKey& key, int fd, ProcessHandler& handler) {
+bool ProcessUtilsGlobals::startReceiver(const SocketKey& key, int fd, ProcessHandler& handler,
+                                        uint64_t token) {
     // The receiver reads through its own duplicate, so the caller may close its
     // descriptor at any time without this layer touching a reused number.
     const int dup = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
@@ -78,7 +84,7 @@ bool ProcessUtilsGlobals::startReceiver(const SocketKey& key, int fd, ProcessHan
                 threadFailed = true;
             }
             if (thread.joinable()) {
-                sockets.emplace(key, SocketEntry{fd, io});
+                sockets.emplace(key, SocketEntry{fd, io, token});
                 auto inserted = receiverThreads.emplace(key, std::move(thread));
                 if (inserted.second) {
                     inserted.first->second.detach();
@@ -97,7 +103,15 @@ bool ProcessUtilsGlobals::registerSocket(unsigned long pid, unsigned int session
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "id: 0x%lx, sessionId: %d, sockFd: %d", pid,
             static_cast<int>(sessionId), fd);
     if (fd <= 0) return false;
-    return startReceiver(SocketKey{pid, sessionId}, fd, handler);
+    return startReceiver(SocketKey{pid, sessionId}, fd, handler, nextRegistrationToken());
+}
+
+bool ProcessUtilsGlobals::registerSocket(unsigned long pid, unsigned int sessionId, int fd,
+                                         ProcessHandler& handler, uint64_t token) {
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "id: 0x%lx, sessionId: %d, sockFd: %d", pid,
+            static_cast<int>(sessionId), fd);
+    if (fd <= 0) return false;
+    return startReceiver(SocketKey{pid, sessionId}, fd, handler, token);
 }
 
 void ProcessUtilsGlobals::deregisterSocket(unsigned long pid, unsigned int sessionId) {
@@ -132,14 +146,17 @@ bool ProcessUtilsGlobals::regProcess(unsigned long pid, const std::string& name,
     if (fd >= 0) {
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "id: 0x%lx, sessionId: %d, sockFd: %d", pid,
                 static_cast<int>(sessionId), fd);
-        ok = startReceiver(SocketKey{pid, sessionId}, fd, handler);
+        ok = startReceiver(SocketKey{pid, sessionId}, fd, handler, nextRegistrationToken());
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "child listening to sock: %d", fd);
     }
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "registered: %s", name.c_str());
     return ok;
 }
 
-bool ProcessUtilsGlobals::sendIpc(const ipcMsg_t* msg) {
+bool ProcessUtilsGlobals::sendIpc(const ipcMsg_t* msg) { return sendIpc(msg, nullptr); }
+
+bool ProcessUtilsGlobals::sendIpc(const ipcMsg_t* msg, int* error) {
+    if (error != nullptr) *error = 0;
     if (msg == nullptr) {
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "data null");
         return false;
@@ -158,6 +175,7 @@ bool ProcessUtilsGlobals::sendIpc(const ipcMsg_t* msg) {
         ::send(io->fd, msg, kIpcHeaderSize + msg->length, MSG_NOSIGNAL);
     if (sent < 1) {
         const int err = errno;
+        if (error != nullptr) *error = err;
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "send: failure, errno: %d(%s)", err,
                 errnoText(err).c_str());
         return false;
@@ -282,7 +300,7 @@ void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool m
                 static_cast<int>(sessionId), entry.fd);
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Notifying session %d", static_cast<int>(sessionId));
         try {
-            handler.handleSessionEnd(sessionId);
+            handler.handleSocketEnd(sessionId, entry.token);
         } catch (...) {
             RUX_LOG(ANDROID_LOG_ERROR, kTag, "handleSessionEnd threw");
         }
@@ -338,6 +356,14 @@ std::string getAssignedProcessName() {
 bool ProcessUtilsWrapper::sendMsg(unsigned char* data, unsigned long length, unsigned long msgId,
                                   long subsystemId, unsigned long srcProcessId,
                                   unsigned long dstProcessId, unsigned int sessionId) {
+    return sendMsg(data, length, msgId, subsystemId, srcProcessId, dstProcessId, sessionId,
+                   nullptr);
+}
+
+bool ProcessUtilsWrapper::sendMsg(unsigned char* data, unsigned long length, unsigned long msgId,
+                                  long subsystemId, unsigned long srcProcessId,
+                                  unsigned long dstProcessId, unsigned int sessionId, int* error) {
+    if (error != nullptr) *error = 0;
     if (data == nullptr && length > 0) {
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "data null");
         return false;
@@ -352,7 +378,8 @@ bool ProcessUtilsWrapper::sendMsg(unsigned char* data, unsigned long length, uns
     // Built in 64-bit words so the header is aligned for sendIpc.
     std::vector<uint64_t> buffer((kIpcHeaderSize + length + 7) / 8, 0);
     encodeFrame(header, data, reinterpret_cast<uint8_t*>(buffer.data()));
-    return sendIpc(reinterpret_cast<ipcMsg_t*>(buffer.data()));
+    auto globals = getProcessUtilsGlobals();
+    return globals && globals->sendIpc(reinterpret_cast<ipcMsg_t*>(buffer.data()), error);
 }
 
 }  // namespace rux::ipc

@@ -17,6 +17,7 @@
 // close by this layer.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <shared_mutex>
@@ -48,7 +49,11 @@ using SocketKey = std::pair<unsigned long, unsigned long>;
 struct SocketEntry {
     int fd = -1;                             // the descriptor as registered (for logs)
     std::shared_ptr<SocketDescriptor> io;    // what receives and sends use
+    uint64_t token = 0;                      // names this registration (never reused)
 };
+
+// A fresh registration token, unique in the process and never 0.
+uint64_t nextRegistrationToken();
 
 class ProcessUtilsGlobals : public std::enable_shared_from_this<ProcessUtilsGlobals> {
 public:
@@ -60,10 +65,17 @@ public:
     // Implementations behind the free functions below.
     bool registerSocket(unsigned long processId, unsigned int sessionId, int fd,
                         ProcessHandler& handler);
+    // The same under a token from nextRegistrationToken(), which the receiver hands back
+    // in ProcessHandler::handleSocketEnd. The caller can store it before the receiver runs.
+    bool registerSocket(unsigned long processId, unsigned int sessionId, int fd,
+                        ProcessHandler& handler, uint64_t token);
     void deregisterSocket(unsigned long processId, unsigned int sessionId);
     bool regProcess(unsigned long processId, const std::string& name, unsigned long sessionId,
                     const std::string& peerName, int fd, ProcessHandler& handler);
     bool sendIpc(const ipcMsg_t* msg);
+    // The same; on failure *error is the send's errno, or 0 when nothing was sent
+    // (no frame, no such registration).
+    bool sendIpc(const ipcMsg_t* msg, int* error);
 
     unsigned long assignedProcessId() const;
     std::string assignedProcessName() const;
@@ -79,7 +91,7 @@ public:
 
 private:
     friend void ipcReceiver(int fd, ProcessHandler& handler);
-    bool startReceiver(const SocketKey& key, int fd, ProcessHandler& handler);
+    bool startReceiver(const SocketKey& key, int fd, ProcessHandler& handler, uint64_t token);
     static void receiverMain(std::shared_ptr<ProcessUtilsGlobals> globals,
                              std::shared_ptr<SocketDescriptor> io, int fd,
                              ProcessHandler* handler, std::shared_ptr<ReceiverTracker> tracker);
@@ -116,6 +128,10 @@ public:
     static bool sendMsg(unsigned char* data, unsigned long length, unsigned long msgId,
                         long subsystemId, unsigned long srcProcessId, unsigned long dstProcessId,
                         unsigned int sessionId);
+    // The same; on failure *error is the send's errno, or 0 when nothing was sent.
+    static bool sendMsg(unsigned char* data, unsigned long length, unsigned long msgId,
+                        long subsystemId, unsigned long srcProcessId, unsigned long dstProcessId,
+                        unsigned int sessionId, int* error);
 };
 
 }  // namespace rux::ipc

@@ -6,7 +6,8 @@
 //
 // The status callback runs on the thread that handles the connect (the caller of
 // connectToServer for an unthreaded session) or, for the loss of a connected session,
-// on the receiver thread. It is never called under a library lock.
+// on the receiver thread; when a send finds the peer gone first, on the thread that
+// sent. It is never called under a library lock.
 //
 // A class deriving from this one calls shutdownSession() first in its destructor.
 #pragma once

@@ -70,9 +70,14 @@ public:
 class RuxIpcSessionEndMessage : public RuxIpcMessage {
 public:
     static constexpr unsigned int ID = 4;
-    RuxIpcSessionEndMessage() : RuxIpcMessage("RuxIpcSessionEndMessage", ID) {}
+    // `registration` names the socket registration that ended (ProcessUtils.h); 0 means
+    // whichever connection the session has now.
+    explicit RuxIpcSessionEndMessage(uint64_t registration = 0)
+        : RuxIpcMessage("RuxIpcSessionEndMessage", ID), registration(registration) {}
     std::vector<uint8_t> serialize() override { return {}; }
     bool deserialize(std::vector<uint8_t>) override { return true; }
+
+    uint64_t registration = 0;
 };
 
 // Payload: sdkType as 4 bytes little-endian, then the blob (a serialised envelope).

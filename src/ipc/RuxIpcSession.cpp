@@ -22,6 +22,9 @@ namespace {
 constexpr const char* kTag = "RUX";
 constexpr size_t kHandshakeBufferSize = 1023;
 
+// The peer is gone: the socket can never carry another frame.
+bool peerGone(int err) { return err == EPIPE || err == ECONNRESET; }
+
 void setReceiveTimeout(int fd, std::chrono::milliseconds timeout) {
     timeval tv{};
     tv.tv_sec = static_cast<time_t>(timeout.count() / 1000);
@@ -102,6 +105,7 @@ void RuxIpcSession::deregister() {
 // (which wakes a handshake read and makes the peer see the end at once) and closed
 // after it, so the connect path never works on a closed descriptor.
 void RuxIpcSession::cleanup() {
+    mRegistration.store(0);  // a late end of this socket reports nothing
     const int fd = mSocketFd.exchange(-1);
     mConnected.store(false);
     if (fd >= 0) {
@@ -136,6 +140,11 @@ void RuxIpcSession::handleSessionEnd(unsigned int sessionId) {
     postToSelf(std::make_shared<RuxIpcSessionEndMessage>());
 }
 
+void RuxIpcSession::handleSocketEnd(unsigned int sessionId, uint64_t registration) {
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "handleSessionEnd for session %u", sessionId);
+    postToSelf(std::make_shared<RuxIpcSessionEndMessage>(registration));
+}
+
 void RuxIpcSession::handleEvent(std::shared_ptr<RuxIpcMessage> msg) {
     if (!msg) {
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "msg is nullptr!!!!");
@@ -161,7 +170,10 @@ void RuxIpcSession::handleEvent(std::shared_ptr<RuxIpcMessage> msg) {
         case RuxIpcSessionEndMessage::ID:
             RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case RuxIpcSessionEndMessage::ID: %d",
                     static_cast<int>(msg->id));
-            handleSessionEndEvent();
+            if (auto end = std::dynamic_pointer_cast<RuxIpcSessionEndMessage>(msg))
+                handleSessionEndEvent(end->registration);
+            else
+                handleSessionEndEvent(0);
             break;
         default:
             RUX_LOG(ANDROID_LOG_DEBUG, kTag, "case default");
@@ -206,15 +218,22 @@ void RuxIpcSession::handleConnectToRuxEvent() {
             if (!performHandshake(fd)) break;
             setReceiveTimeout(fd, std::chrono::milliseconds(0));  // the receiver blocks for good
             mReportState.store(kReportPending);
+            // Known before the receiver starts, so that its end always matches.
+            const uint64_t registration = nextRegistrationToken();
+            mRegistration.store(registration);
             const bool registered =
-                mGlobals ? mGlobals->registerSocket(mPeerProcessId, mSessionId.load(), fd, *this)
-                         : registerSocket(mPeerProcessId, mSessionId.load(), fd, *this);
+                mGlobals && mGlobals->registerSocket(mPeerProcessId, mSessionId.load(), fd, *this,
+                                                     registration);
             if (!registered) {
+                mRegistration.store(0);
                 mReportState.store(kReportIdle);
                 RUX_LOG(ANDROID_LOG_ERROR, kTag, "Connect fail: socket not registered");
                 break;
             }
+            // The socket may already have ended (its end takes the registration first and
+            // clears mConnected after): connected only while the registration stands.
             mConnected.store(true);
+            if (mRegistration.load() != registration) mConnected.store(false);
             RUX_LOG(ANDROID_LOG_INFO, kTag, "Connect success: Handshake success");
             break;
         }
@@ -235,6 +254,9 @@ void RuxIpcSession::handleConnectToRuxEvent() {
     if (!mConnected.load()) {
         int mine = fd;
         if (mSocketFd.compare_exchange_strong(mine, -1)) {
+            // Also after a registered socket ended before its end could take the socket:
+            // that end then finds none and leaves the one report to this path.
+            mReportState.store(kReportIdle);
             ::shutdown(fd, SHUT_RDWR);
             ::close(fd);
             notifyConnectionStatus(false);
@@ -365,8 +387,12 @@ void RuxIpcSession::handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>&
         return;
     }
     std::vector<uint8_t> bytes = raw->serialize();
-    ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), raw->msgId, raw->subsystemId,
-                                 mOwnProcessId, mPeerProcessId, mSessionId.load());
+    const uint64_t registration = mRegistration.load();
+    int err = 0;
+    if (!ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), raw->msgId, raw->subsystemId,
+                                      mOwnProcessId, mPeerProcessId, mSessionId.load(), &err) &&
+        peerGone(err))
+        endAfterSendFailure(registration, err);
 }
 
 void RuxIpcSession::handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg) {
@@ -375,15 +401,51 @@ void RuxIpcSession::handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg)
         return;
     }
     std::vector<uint8_t> bytes = msg->serialize();
-    ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), msg->id, 0, mOwnProcessId,
-                                 mPeerProcessId, mSessionId.load());
+    const uint64_t registration = mRegistration.load();
+    int err = 0;
+    if (!ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), msg->id, 0, mOwnProcessId,
+                                      mPeerProcessId, mSessionId.load(), &err) &&
+        peerGone(err))
+        endAfterSendFailure(registration, err);
 }
 
-// The receiver has seen the socket fail and dropped its registration.
-void RuxIpcSession::handleSessionEndEvent() {
+// A send found the peer gone. The session ends here as it would on a receive error,
+// without waiting for the receiver: the receiver may still be busy with frames the
+// peer sent before it went, or be unable to notice at all, and meanwhile every request
+// would go to a dead socket. Whoever takes the registration first (this path or the
+// receiver's end) ends the session; the other then finds nothing to do.
+void RuxIpcSession::endAfterSendFailure(uint64_t registration, int err) {
+    uint64_t expected = registration;
+    if (registration == 0 || !mRegistration.compare_exchange_strong(expected, 0)) return;
+    RUX_LOG(ANDROID_LOG_ERROR, kTag, "peer gone: errno: %d(%s); ending session %u", err,
+            errnoText(err).c_str(), mSessionId.load());
+    // Unregistered first, so nothing more is sent on it and its receiver, woken by the
+    // shutdown below, finds no registration left to report.
+    deregister();
+    endConnection(true);
+}
+
+// The receiver has seen the socket fail and dropped its registration. The end of an
+// earlier socket (one that a failed send already ended, and that the session may have
+// replaced by a new connection since) must not touch the current one.
+void RuxIpcSession::handleSessionEndEvent(uint64_t registration) {
+    if (registration != 0) {
+        uint64_t expected = registration;
+        if (!mRegistration.compare_exchange_strong(expected, 0)) {
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "end of an earlier socket; nothing to do");
+            return;
+        }
+    } else {
+        mRegistration.store(0);
+    }
+    endConnection(false);
+}
+
+void RuxIpcSession::endConnection(bool shutDown) {
     const int fd = mSocketFd.exchange(-1);
     mConnected.store(false);
-    if (fd == -1) return;  // cleanup() got there first
+    if (fd == -1) return;  // cleanup() or the connect path got there first
+    if (shutDown) ::shutdown(fd, SHUT_RDWR);
     ::close(fd);
     int pending = kReportPending;
     if (!mReportState.compare_exchange_strong(pending, kReportEndedWhilePending))

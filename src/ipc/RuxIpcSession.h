@@ -18,7 +18,9 @@
 //
 // Shared state: mConnected, mSocketFd and mSessionId are atomics; the socket descriptor
 // is closed by exactly one party (the connect path on failure, cleanup(), or the
-// session end), decided by who swaps mSocketFd to -1. mRegistryLock guards the registry
+// session end), decided by who swaps mSocketFd to -1. A connection ends on a receive
+// error or end of stream, and also when a send finds the peer gone (EPIPE,
+// ECONNRESET): either way once, with one false status. mRegistryLock guards the registry
 // and the raw handler; it is never held while one of them runs.
 #pragma once
 
@@ -78,6 +80,7 @@ public:
 
     void handleMsg(ipcMsg_t* frame) override;
     void handleSessionEnd(unsigned int sessionId) override;
+    void handleSocketEnd(unsigned int sessionId, uint64_t registration) override;
     void handleEvent(std::shared_ptr<RuxIpcMessage> msg) override;
     // Connection status of this session; nothing here, the client session reports it.
     virtual void notifyConnectionStatus(bool up);
@@ -95,7 +98,10 @@ private:
     void handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
     void handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
     void handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg);
-    void handleSessionEndEvent();
+    void handleSessionEndEvent(uint64_t registration);
+    void endAfterSendFailure(uint64_t registration, int err);
+    // Takes the socket (if still there), closes it and reports the loss once.
+    void endConnection(bool shutDown);
 
     // Whether a session end met a connect path that had registered the socket but not
     // yet reported: the connect path then reports the loss after its success.
@@ -112,6 +118,11 @@ private:
     const std::shared_ptr<ProcessUtilsGlobals> mGlobals;
     const ConnectOptions mOptions;
     std::atomic<int> mReportState{kReportIdle};
+    // The token of the current socket registration, 0 when none. Taking it (compare and
+    // swap to 0) decides who ends the connection: the receiver's end, a send that found
+    // the peer gone, or cleanup(); so a connection ends once, and the late end of an
+    // earlier socket never touches a newer one.
+    std::atomic<uint64_t> mRegistration{0};
     std::once_flag mShutdownOnce;
 };
 

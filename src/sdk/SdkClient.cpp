@@ -125,11 +125,14 @@ std::shared_ptr<SdkClient> SdkClient::getInstance(RuxSdkClientType type, Listene
             return nullptr;
         }
         RUXSDK_LOG("Instance is available and already running, post event.");
-        client->postEvent(std::move(event));
+        // The type and its listener are in place before the event is queued, so an
+        // idle SDK thread never handles it for a type it does not know yet. The
+        // service-up notice still reaches the listener the type had before.
         client->notifyServiceUp(type);
         client->addClientType(type);
         RUXSDK_LOG("Add listener for type %d", static_cast<int>(type));
         client->setClientListener(type, std::move(listener));
+        client->postEvent(std::move(event));
         return client;
     };
     if (std::shared_ptr<SdkClient> client = instance()) return join(client);

@@ -8,7 +8,9 @@
 //   send, every reconnect, every local reply, SEND_FAILED and the SERVICE_UP/DOWN of a
 //   connect attempt reach listeners on the SDK thread.
 // - notifyReceivedBlob and notifyServiceDown after a lost session: the receiver thread
-//   of the socket. A listener may thus be entered from two threads at once.
+//   of the socket; but when a send finds the service gone before the receiver notices,
+//   the loss (SERVICE_DOWN) is reported on the SDK thread. A listener may thus be
+//   entered from two threads at once.
 // - setClientListener, addClientType, removeClientType: any thread.
 //
 // Locks: mListenerLock guards mListeners; mStateLock guards mClientTypes (and, in

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <condition_variable>
 #include <future>
+#include <mutex>
 #include <set>
 
 #include "ClientSink.h"
@@ -70,13 +72,14 @@ protected:
         ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
         if (!startSimFirst()) return;
         startSim();
-        registerClient();
+        if (registerFirst()) registerClient();
     }
     void TearDown() override {
         deregister_rux_client();
         sim.reset();
     }
     virtual bool startSimFirst() const { return true; }
+    virtual bool registerFirst() const { return true; }
 
     void startSim() {
         sim = std::make_unique<SimProcess>(path);
@@ -374,6 +377,8 @@ TEST_F(ClientE2E, DroppedConnectionIsReestablishedByTheNextRequest) {
     ASSERT_EQ(sink().waitForStatus(RUX_STATUS_SERVICE_DOWN).kind, "status") << sink().dump();
     const int tid = set_subway_state(RUX_SUBWAY_STATE_IN_SUBWAY, onResponse);
     EXPECT_EQ(sink().waitForTid("response", tid).status, 0) << sink().dump() << sim->dump();
+    // The reply can overtake the simulator's own log lines.
+    EXPECT_TRUE(simSaw(tid, "SET_SUBWAY_STATE_REQ")) << sim->dump();
     EXPECT_EQ(simLinesStartingWith("connected session="), 2u) << sim->dump();
 }
 
@@ -389,6 +394,149 @@ TEST_F(ClientE2E, RefusedReconnectReportsDownAndAcceptingAgainRecovers) {
     EXPECT_EQ(sink().waitForTid("response", tid).status, 0) << sink().dump();
     EXPECT_EQ(sink().of("response").size(), 1u);
     EXPECT_EQ(sim->count("tid=" + std::to_string(lost) + " "), 0u);
+}
+
+// --- a connection dropped under load ------------------------------------------------------
+
+// How many times a log line containing `needle` has been captured.
+size_t logCount(const LogCapture& log, const std::string& needle) {
+    return log.matching(needle).size();
+}
+
+size_t serviceDowns() {
+    size_t n = 0;
+    for (const auto& c : sink().of("status"))
+        if (c.status == RUX_STATUS_SERVICE_DOWN) ++n;
+    return n;
+}
+
+// A burst posted at once, and the connection dropped while it is still being written:
+// the loss is reported once (status 6), and requests made after it reconnect and are
+// answered.
+TEST_F(ClientE2E, DropWhileABurstIsBeingSentReportsDownOnceAndTheNextRequestReconnects) {
+    constexpr int kBurst = 120;
+    for (int i = 0; i < kBurst; ++i) {
+        const int tid = i % 2 ? set_hst_state(RUX_HST_STATE_SET, onResponse) : get_hst_state(onGetHst);
+        ASSERT_GT(tid, 0);
+    }
+    ASSERT_TRUE(sim->waitForCount("request session=", 10)) << sim->dump();
+    ASSERT_EQ(sim->command("drop"), "ok dropped=1");
+    ASSERT_EQ(sink().waitForStatus(RUX_STATUS_SERVICE_DOWN).kind, "status") << sink().dump();
+
+    const int after = set_hst_state(RUX_HST_STATE_NOT_SET, onResponseB);
+    EXPECT_EQ(sink().waitForTid("responseB", after).status, 0) << sink().dump() << sim->dump();
+    EXPECT_TRUE(simSaw(after, "SET_HST_STATE_REQ {hst_state: HST_STATE_NOT_SET}")) << sim->dump();
+    // The first connection's receiver has finished (it logs this last), so every report
+    // of that loss has been made.
+    ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
+    EXPECT_EQ(serviceDowns(), 1u) << sink().dump();
+    EXPECT_EQ(simLinesStartingWith("connected session="), 2u) << sim->dump();
+    // Nothing of the burst was answered twice.
+    std::multiset<long> answered;
+    for (const auto& c : sink().calls())
+        if (c.kind == "response" || c.kind == "hst") answered.insert(c.tid);
+    for (long tid : answered) EXPECT_EQ(answered.count(tid), 1u) << tid;
+}
+
+// Lets the test hold the receiver thread inside an application callback.
+struct Gate {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool entered = false;  // guarded by mutex
+    bool open = false;     // guarded by mutex
+};
+Gate& gate() {
+    static Gate* g = new Gate();  // never destroyed: a callback may still be waiting at exit
+    return *g;
+}
+void onResponseHeld(int tid, status_e s) {
+    record("held", tid, s);
+    Gate& g = gate();
+    std::unique_lock<std::mutex> lock(g.mutex);
+    g.entered = true;
+    g.changed.notify_all();
+    g.changed.wait_for(lock, 60s, [&] { return g.open; });
+}
+void openGate() {
+    Gate& g = gate();
+    {
+        std::lock_guard<std::mutex> lock(g.mutex);
+        g.open = true;
+    }
+    g.changed.notify_all();
+}
+
+// While the receiver cannot notice that the service has gone (here it is held in an
+// application callback), a send that finds the peer gone ends the session itself: one
+// status 6, and the next request connects again and is answered, on the SDK thread's
+// new connection. The old receiver's own end, once it gets there, changes nothing.
+TEST_F(ClientE2E, SendToAGoneServiceEndsTheSessionEvenIfTheReceiverCannotNotice) {
+    struct OpenAtExit {
+        ~OpenAtExit() { openGate(); }
+    } openAtExit;
+    const int held = set_hst_state(RUX_HST_STATE_SET, onResponseHeld);
+    {
+        Gate& g = gate();
+        std::unique_lock<std::mutex> lock(g.mutex);
+        ASSERT_TRUE(g.changed.wait_for(lock, 20s, [&] { return g.entered; })) << sink().dump();
+    }
+    ASSERT_EQ(sim->command("drop"), "ok dropped=1");
+    ASSERT_TRUE(sim->waitForLine("disconnected session=")) << sim->dump();
+
+    const int lost = set_hst_state(RUX_HST_STATE_NOT_SET, onResponse);  // meets the dead socket
+    const Call down = sink().waitForStatus(RUX_STATUS_SERVICE_DOWN);
+    ASSERT_EQ(down.kind, "status") << sink().dump() << log.dump();
+    EXPECT_NE(down.thread, sink().of("held").at(0).thread);  // not the held receiver
+    const auto failure = log.matching("send: failure, errno: 32(Broken pipe)");
+    ASSERT_EQ(failure.size(), 1u) << log.dump();
+    EXPECT_EQ(failure[0].priority, ANDROID_LOG_ERROR);
+    EXPECT_EQ(logCount(log, "Error 1st recv"), 0u);  // the receiver is still held
+
+    const int next = get_hst_state(onGetHst);
+    EXPECT_EQ(sink().waitForTid("hst", next).status, 0) << sink().dump() << sim->dump();
+    EXPECT_TRUE(simSaw(next, "GET_HST_STATE_REQ {}")) << sim->dump();  // its lines are in
+    EXPECT_EQ(simLinesStartingWith("connected session="), 2u) << sim->dump();
+
+    // Released, the old receiver reads what is left and ends without a second report.
+    openGate();
+    ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
+    const int last = set_subway_state(RUX_SUBWAY_STATE_IN_SUBWAY, onResponseB);
+    EXPECT_EQ(sink().waitForTid("responseB", last).status, 0) << sink().dump() << sim->dump();
+    EXPECT_TRUE(simSaw(last, "SET_SUBWAY_STATE_REQ")) << sim->dump();
+    EXPECT_EQ(serviceDowns(), 1u) << sink().dump();
+    EXPECT_EQ(simLinesStartingWith("connected session="), 2u) << sim->dump();
+    EXPECT_EQ(sim->count("tid=" + std::to_string(lost) + " "), 0u);
+    EXPECT_EQ(sink().of("held").size(), 1u);
+    EXPECT_EQ(sink().of("held").at(0).tid, held);
+}
+
+// --- registration and the first request ---------------------------------------------------
+
+class UnregisteredE2E : public ClientE2E {
+protected:
+    bool registerFirst() const override { return false; }
+};
+
+// Requests made right after register_rux_client, without waiting for anything, follow
+// the registration on the wire.
+TEST_F(UnregisteredE2E, RequestsRightAfterRegisteringFollowTheRegistrationOnTheWire) {
+    register_rux_client(onStatus);
+    const std::vector<int> tids{set_hst_state(RUX_HST_STATE_SET, onResponse),
+                                get_hst_state(onGetHst),
+                                set_flight_mode_state(RUX_FLIGHT_MODE_STATE_IN_FLIGHT, onResponse)};
+    EXPECT_EQ(tids, (std::vector<int>{3, 5, 7}));
+    for (size_t i = 0; i < tids.size(); ++i)
+        EXPECT_EQ(sink().waitForTid(i == 1 ? "hst" : "response", tids[i]).status, 0) << sink().dump();
+
+    ASSERT_TRUE(simSaw(7, "SET_FLIGHT_MODE_STATE_REQ")) << sim->dump();
+    std::vector<std::string> requests;
+    for (const auto& l : sim->process().lines())
+        if (l.rfind("request session=", 0) == 0) requests.push_back(l);
+    ASSERT_EQ(requests.size(), 4u) << sim->dump();
+    EXPECT_NE(requests[0].find(" tid=1 REGISTER_CLIENT_REQ {}"), std::string::npos) << requests[0];
+    EXPECT_NE(requests[1].find(" tid=3 SET_HST_STATE_REQ"), std::string::npos) << requests[1];
+    EXPECT_NE(requests[2].find(" tid=5 GET_HST_STATE_REQ"), std::string::npos) << requests[2];
+    EXPECT_NE(requests[3].find(" tid=7 SET_FLIGHT_MODE_STATE_REQ"), std::string::npos) << requests[3];
 }
 
 class NoServiceE2E : public ClientE2E {
