@@ -76,6 +76,14 @@ std::shared_ptr<MavoClient> MavoClient::instanceForRequest() {
     return self;
 }
 
+template <typename Body>
+int MavoClient::onInstance(Body body) noexcept {
+    return guarded(-1, [&] {
+        auto self = instanceForRequest();
+        return self ? body(*self) : -1;
+    });
+}
+
 void MavoClient::onSdkSetupFailed(int status) {
     if (auto self = getInstance()) self->triggerServiceStatusCb(static_cast<status_e>(status));
 }
@@ -375,28 +383,22 @@ int MavoClient::answerLocally(rux_response_cb cb, VexProto::ServiceEventId reply
 }
 
 int MavoClient::setHstState(hst_state_e state, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true, [&](unsigned long tid) { return makeSetHstStateReqBlob(tid, state); },
             makeSetHstStateRespBlob);
     });
 }
 
 int MavoClient::getHstState(rux_get_hst_state_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(cb, false, makeGetHstStateReqBlob, makeGetHstStateRespBlob);
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(cb, false, makeGetHstStateReqBlob, makeGetHstStateRespBlob);
     });
 }
 
 int MavoClient::setCoverageState(slot_id_e slot, coverage_state_e state, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true,
             [&](unsigned long tid) { return makeSetCoverageStateReqBlob(tid, slot, state); },
             makeSetCoverageStateRespBlob);
@@ -404,10 +406,8 @@ int MavoClient::setCoverageState(slot_id_e slot, coverage_state_e state, rux_res
 }
 
 int MavoClient::setOutOfServiceState(slot_id_e slot, scan_state_e state, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true,
             [&](unsigned long tid) { return makeSetOutOfServiceReqBlob(tid, slot, state); },
             makeSetOutOfServiceRespBlob);
@@ -415,20 +415,16 @@ int MavoClient::setOutOfServiceState(slot_id_e slot, scan_state_e state, rux_res
 }
 
 int MavoClient::setL2nrSelection(slot_id_e slot, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true, [&](unsigned long tid) { return makeSetL2NRSelectionReqBlob(tid, slot); },
             makeSetL2NRSelectionRespBlob);
     });
 }
 
 int MavoClient::enableCellBarringFeature(slot_id_e slot, bool enable, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true,
             [&](unsigned long tid) {
                 return makeEnableCellBarringFeatureReqBlob(tid, slot, enable);
@@ -438,30 +434,24 @@ int MavoClient::enableCellBarringFeature(slot_id_e slot, bool enable, rux_respon
 }
 
 int MavoClient::setFlightModeState(rux_flight_mode_state_e state, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true, [&](unsigned long tid) { return makeSetFlightModeStateReqBlob(tid, state); },
             makeSetFlightModeStateRespBlob);
     });
 }
 
 int MavoClient::setDeviceFoldState(rux_device_fold_state_e state, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true, [&](unsigned long tid) { return makeSetDeviceFoldStateReqBlob(tid, state); },
             makeSetDeviceFoldStateRespBlob);
     });
 }
 
 int MavoClient::setSubwayState(rux_subway_state_e state, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->sendRequest(
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
             cb, true, [&](unsigned long tid) { return makeSetSubwayStateReqBlob(tid, state); },
             makeSetSubwayStateRespBlob);
     });
@@ -470,103 +460,85 @@ int MavoClient::setSubwayState(rux_subway_state_e state, rux_response_cb cb) {
 // TODO(next issue): convert the records (cell barring, data stall, dubious and preferred
 // cells) and send them. Until then these complete with RUX_STATUS_NOT_SUPPORTED.
 int MavoClient::setCellBarringInfo(slot_id_e, cell_barring_info_s const*, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->answerLocally(cb, VexProto::SET_CELL_BARRING_INFO_RESP,
-                                   RUX_STATUS_NOT_SUPPORTED);
+    return onInstance([&](MavoClient& self) {
+        return self.answerLocally(cb, VexProto::SET_CELL_BARRING_INFO_RESP,
+                                  RUX_STATUS_NOT_SUPPORTED);
     });
 }
 
 int MavoClient::setDataStallParameters(slot_id_e, data_stall_params_s const*, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->answerLocally(cb, VexProto::SEND_DATA_STALL_PARAMETERS_RESP,
-                                   RUX_STATUS_NOT_SUPPORTED);
+    return onInstance([&](MavoClient& self) {
+        return self.answerLocally(cb, VexProto::SEND_DATA_STALL_PARAMETERS_RESP,
+                                  RUX_STATUS_NOT_SUPPORTED);
     });
 }
 
 int MavoClient::setLteDubiousCellArray(slot_id_e, unsigned long, lte_dubious_cell_info_s const*,
                                        rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->answerLocally(cb, VexProto::SET_LTE_DUBIOUS_CELL_LIST_RESP,
-                                   RUX_STATUS_NOT_SUPPORTED);
+    return onInstance([&](MavoClient& self) {
+        return self.answerLocally(cb, VexProto::SET_LTE_DUBIOUS_CELL_LIST_RESP,
+                                  RUX_STATUS_NOT_SUPPORTED);
     });
 }
 
 int MavoClient::setNrDubiousCellArray(slot_id_e, unsigned long, nr_dubious_cell_info_s const*,
                                       rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->answerLocally(cb, VexProto::SET_NR_DUBIOUS_CELL_LIST_RESP,
-                                   RUX_STATUS_NOT_SUPPORTED);
+    return onInstance([&](MavoClient& self) {
+        return self.answerLocally(cb, VexProto::SET_NR_DUBIOUS_CELL_LIST_RESP,
+                                  RUX_STATUS_NOT_SUPPORTED);
     });
 }
 
 int MavoClient::setPreferredCellList(slot_id_e, preferred_cell_list_s const*, rux_response_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
-        return self->answerLocally(cb, VexProto::SET_PREFERRED_CELL_LIST_RESP,
-                                   RUX_STATUS_NOT_SUPPORTED);
+    return onInstance([&](MavoClient& self) {
+        return self.answerLocally(cb, VexProto::SET_PREFERRED_CELL_LIST_RESP,
+                                  RUX_STATUS_NOT_SUPPORTED);
     });
 }
 
 int MavoClient::getDppdCapability(rux_dppd_flag_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
+    return onInstance([&](MavoClient& self) {
         if (cb == nullptr) {
             MAVO_LOG("cb is null");
             return -1;
         }
-        return self->sendQuery(
+        return self.sendQuery(
             cb, VexProto::GET_DPPD_CAPABILITY_REQ,
             [](VexProto::ClientData& data) { data.mutable_get_dppd_capabaility_req(); });
     });
 }
 
 int MavoClient::updateDppdUiOption(bool enable, rux_dppd_flag_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
+    return onInstance([&](MavoClient& self) {
         if (cb == nullptr) {
             MAVO_LOG("cb is null");
             return -1;
         }
-        return self->sendQuery(cb, VexProto::UPDATE_DPPD_UI_REQ, [&](VexProto::ClientData& data) {
+        return self.sendQuery(cb, VexProto::UPDATE_DPPD_UI_REQ, [&](VexProto::ClientData& data) {
             data.mutable_update_dppd_ui_req()->set_ui_option_enabled(enable);
         });
     });
 }
 
 int MavoClient::getDppdRecommendation(rux_dppd_recommendation_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
+    return onInstance([&](MavoClient& self) {
         if (cb == nullptr) {
             MAVO_LOG("cb is null");
             return -1;
         }
-        return self->sendQuery(
+        return self.sendQuery(
             cb, VexProto::GET_DPPD_RECOMMENDATION_REQ,
             [](VexProto::ClientData& data) { data.mutable_get_dppd_recommendation_req(); });
     });
 }
 
 int MavoClient::getMultiSimSubmodeInfo(rux_submode_info_cb cb) {
-    return guarded(-1, [&] {
-        auto self = instanceForRequest();
-        if (!self) return -1;
+    return onInstance([&](MavoClient& self) {
         if (cb == nullptr) {
             MAVO_LOG("cb is null");
             return -1;
         }
-        return self->sendQuery(
+        return self.sendQuery(
             cb, VexProto::GET_MULTI_SUM_SUBMODE_INFO_REQ,
             [](VexProto::ClientData& data) { data.mutable_get_multi_sim_submode_info_req(); });
     });

@@ -149,6 +149,10 @@ private:
     // The instance when it can take requests (it has an SDK client); otherwise null
     // after "Failed to get SDK instance.".
     static std::shared_ptr<MavoClient> instanceForRequest();
+    // The frame of every request that answers with a transaction id: nothing thrown
+    // leaves it, and without an instance the request fails with -1.
+    template <typename Body>
+    static int onInstance(Body body) noexcept;
     static void onSdkSetupFailed(int status);
 
     // The steps of a status_e-family request: optional fallback, id, stored callback,
