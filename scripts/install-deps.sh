@@ -2,13 +2,16 @@
 # Installs the Debian 12 packages librux_client needs to build, test and benchmark.
 # Idempotent: when every package is present it only runs dpkg-query and returns.
 set -euo pipefail
+# clang's sanitizer runtimes (libclang-rt-14-dev) are only recommended by clang, and
+# recommendations are not installed here: the ThreadSanitizer build needs them.
 
 packages=(
-  build-essential cmake ninja-build pkg-config clang
+  build-essential cmake ninja-build pkg-config
+  clang libclang-rt-14-dev
   protobuf-compiler libprotobuf-dev
   libssl-dev openssl
   android-liblog-dev
-  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev
 )
 
