@@ -153,6 +153,9 @@ TEST_F(SimTest, AnswersEveryRequestTypeWithItsResponseEventAndSuccess) {
     }
     const auto got = client.waitForMessages(expected.size());
     ASSERT_EQ(got.size(), expected.size()) << sim->dump();
+    // A reply can reach the client before the simulator's log line about it reaches the
+    // test; once every reply line is in, so is every request line written before it.
+    ASSERT_TRUE(sim->waitForCount("reply session=", expected.size())) << sim->dump();
     for (size_t i = 0; i < expected.size(); ++i) {
         const int request = expected[i];
         const int response = kResponseOf[request];
