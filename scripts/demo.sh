@@ -25,7 +25,7 @@ cleanup() {
 trap cleanup EXIT
 
 # The simulator reads control lines from the fifo and stops when it is closed.
-"$build/tools/rux-sim/rux-sim" --socket "$socket" --log "$log" \
+"$build/tools/rux-sim/rux-sim" --socket "$socket" --log "$log" --stdin \
     --command "value hst-state HST_STATE_SET" <"$work/control" >"$work/stdout" &
 sim=$!
 exec 3>"$work/control"

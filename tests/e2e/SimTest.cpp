@@ -89,6 +89,10 @@ public:
     void sendFrame(uint32_t msgId, std::vector<uint8_t> payload) {
         mSession.send(0, msgId, std::move(payload));
     }
+    std::vector<VexProto::ServiceMsg> received() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mReceived;
+    }
     std::vector<VexProto::ServiceMsg> waitForMessages(size_t n) {
         std::unique_lock<std::mutex> lock(mMutex);
         mChanged.wait_for(lock, kDeadline, [&] { return mReceived.size() >= n; });
@@ -266,9 +270,10 @@ INSTANTIATE_TEST_SUITE_P(
                 "GET_HST_STATE_REQ {no payload}"}),
     [](const ::testing::TestParamInfo<LogCase>& info) { return std::string(info.param.name); });
 
+// Statuses are named and numbered as the C interface does; the wire value is one more.
 TEST_F(SimTest, ControlCommandsChangeStatusesValuesAndSilence) {
-    EXPECT_EQ(sim->command("status SET_HST_STATE_REQ STATUS_NOT_SUPPORTED"), "ok");
-    EXPECT_EQ(sim->command("status GET_HST_STATE_REQ 9"), "ok");  // any number travels
+    EXPECT_EQ(sim->command("status SET_HST_STATE_REQ RUX_STATUS_NOT_SUPPORTED"), "ok");
+    EXPECT_EQ(sim->command("status GET_HST_STATE_REQ 8"), "ok");  // any number travels
     EXPECT_EQ(sim->command("value hst-state HST_STATE_SET"), "ok");
     EXPECT_EQ(sim->command("value submode DSDS DSDA_TX_SHARING"), "ok");
     EXPECT_EQ(sim->command("value dppd-ui false"), "ok");
@@ -308,7 +313,7 @@ TEST_F(SimTest, SendsIndicationsAndAnyEventToEveryClient) {
     EXPECT_EQ(sim->command("indicate subway-state SUBWAY_STATE_IN_CARRIAGE"), "ok sent=1");
     EXPECT_EQ(sim->command("indicate dppd-recommendation DATA_NOT_ALLOWED NDDS"), "ok sent=1");
     EXPECT_EQ(sim->command("reply 27 5"), "ok sent=1");
-    EXPECT_EQ(sim->command("reply SET_HST_STATE_RESP 999 STATUS_INTERNAL_ERR"), "ok sent=1");
+    EXPECT_EQ(sim->command("reply SET_HST_STATE_RESP 999 2"), "ok sent=1");
     EXPECT_EQ(sim->command("blob 0801"), "ok sent=1");
     const auto got = client.waitForMessages(6);
     ASSERT_EQ(got.size(), 6u) << sim->dump();
@@ -359,6 +364,7 @@ TEST_F(SimTest, BadBlobsAndForeignFramesAreLoggedAndServiceGoesOn) {
     SimClient client(path);
     ASSERT_TRUE(client.connect());
     client.sendBlob({0xff, 0xff, 0xff});          // not a ClientMsg
+    client.sendBlob({});                          // what a deregistering client sends
     client.sendFrame(9, {1, 2, 3});               // not a SendBlobMessage
     client.send(emptyRequest(40, 11));            // an event id no request has
     client.send(emptyRequest(1, 12));
@@ -368,24 +374,77 @@ TEST_F(SimTest, BadBlobsAndForeignFramesAreLoggedAndServiceGoesOn) {
     EXPECT_TRUE(sim->waitForLine("bad-blob session=")) << sim->dump();
     EXPECT_TRUE(sim->waitForLine("msgId=9 subsystemId=0 bytes=3 (not a blob; ignored)"));
     EXPECT_TRUE(sim->waitForLine("unknown-event ")) << sim->dump();
+    EXPECT_TRUE(sim->waitForLine("deregister session=1 (empty blob; no reply)")) << sim->dump();
+    EXPECT_EQ(sim->count("SET_COVERAGE_STATE_REQ"), 0u) << sim->dump();
+}
+
+TEST_F(SimTest, DelayHoldsAnswersUntilItIsLiftedAndStoppingDropsThem) {
+    SimClient client(path);
+    ASSERT_TRUE(client.connect());
+    EXPECT_EQ(sim->command("delay 600000"), "ok");
+    client.send(emptyRequest(1, 3));
+    ASSERT_TRUE(sim->waitForLine("tid=3 SET_HST_STATE_REQ")) << sim->dump();
+    EXPECT_TRUE(client.received().empty());
+    EXPECT_EQ(sim->command("delay 0"), "ok");  // an answer already waiting goes out now
+    ASSERT_EQ(client.waitForMessages(1).size(), 1u) << sim->dump();
+
+    EXPECT_EQ(sim->command("delay 600000"), "ok");
+    client.send(emptyRequest(1, 5));
+    ASSERT_TRUE(sim->waitForLine("tid=5 SET_HST_STATE_REQ")) << sim->dump();
+    sim->process().closeStdin();  // stops at once, without the held answer
+    const auto status = sim->process().waitExit();
+    ASSERT_TRUE(status && WIFEXITED(*status)) << sim->dump();
+    EXPECT_EQ(WEXITSTATUS(*status), 0);
+    ASSERT_TRUE(sim->waitForLine("stopped")) << sim->dump();  // the log's last line
+    EXPECT_EQ(sim->count("tid=5 SET_HST_STATE_RESP"), 0u) << sim->dump();
+}
+
+TEST_F(SimTest, HelpListsTheCommandsAndEndsWithItsReplyLine) {
+    ASSERT_EQ(sim->command("help"), "ok");
+    const auto lines = sim->process().lines();
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines.back(), "ok");
+    EXPECT_EQ(lines[lines.size() - 2].rfind("# quit ", 0), 0u) << sim->dump();
+    EXPECT_EQ(sim->count("# delay <ms> "), 1u) << sim->dump();
 }
 
 TEST_F(SimTest, RejectsMalformedControlLines) {
-    for (const char* line : {"frobnicate", "status", "status SET_HST_STATE_REQ BOGUS",
-                             "status NOT_A_REQ STATUS_SUCCESS", "silent all maybe",
-                             "value hst-state", "value submode DSDA", "indicate nothing 1",
-                             "reply 1", "reply 1 x", "blob 0g", "blob 123", "refuse"}) {
+    for (const char* line :
+         {"frobnicate", "status", "status SET_HST_STATE_REQ BOGUS",
+          "status NOT_A_REQ STATUS_SUCCESS", "silent all maybe", "value hst-state",
+          "value submode DSDA", "indicate nothing 1", "reply 1", "reply 1 x", "blob 0g", "blob 123",
+          "refuse", "delay", "delay -1", "delay soon"}) {
         const std::string reply = sim->command(line);
         EXPECT_EQ(reply.rfind("error: ", 0), 0u) << line << " -> " << reply;
     }
     EXPECT_EQ(sim->command("clients"), "ok clients=0");  // still serving
 }
 
-TEST(SimProcessTest, EndOfStdinStopsItWithStatusZeroAndRemovesTheSocket) {
-    const std::string path = SimProcess::uniqueSocketPath("eof");
-    SimProcess sim(path);
+// With --stdin the end of input stops the simulator. Without it, as when started in the
+// background of a shell or a script, stdin does not matter and SIGTERM stops it. Either
+// way it exits with status 0 and removes its socket.
+struct StopCase {
+    const char* name;
+    bool stdinControl;
+};
+void PrintTo(const StopCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class SimStopTest : public ::testing::TestWithParam<StopCase> {};
+
+TEST_P(SimStopTest, EndOfInputStopsItOnlyWithStdinControl) {
+    const std::string path = SimProcess::uniqueSocketPath("stop");
+    SimProcess sim(path, {}, GetParam().stdinControl);
     ASSERT_TRUE(sim.ready());
     sim.process().closeStdin();
+    if (!GetParam().stdinControl) {
+        SimClient client(path);
+        ASSERT_TRUE(client.connect()) << sim.dump();
+        client.send(emptyRequest(1, 3));
+        ASSERT_EQ(client.waitForMessages(1).size(), 1u) << sim.dump();
+        sim.process().kill(SIGTERM);
+    }
     const auto status = sim.process().waitExit();
     ASSERT_TRUE(status.has_value());
     EXPECT_TRUE(WIFEXITED(*status));
@@ -393,12 +452,92 @@ TEST(SimProcessTest, EndOfStdinStopsItWithStatusZeroAndRemovesTheSocket) {
     EXPECT_NE(::access(path.c_str(), F_OK), 0);
 }
 
+INSTANTIATE_TEST_SUITE_P(Control, SimStopTest,
+                         ::testing::Values(StopCase{"Stdin", true}, StopCase{"Background", false}),
+                         [](const ::testing::TestParamInfo<StopCase>& info) {
+                             return std::string(info.param.name);
+                         });
+
+// A second simulator on a path that is served exits with status 1 and says by whom;
+// the first one keeps its socket.
+enum class Holder { Simulator, RefusingSimulator, OtherServer };
+struct ClaimCase {
+    const char* name;
+    Holder holder;
+    const char* servedBy;
+};
+void PrintTo(const ClaimCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class SimClaimTest : public ::testing::TestWithParam<ClaimCase> {};
+
+int listenOn(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(fd, 4) != 0)
+        return -1;
+    return fd;
+}
+
+TEST_P(SimClaimTest, ASecondSimulatorOnAServedPathRefusesAndLeavesItAlone) {
+    const auto& c = GetParam();
+    const std::string path = SimProcess::uniqueSocketPath("claim");
+    std::unique_ptr<SimProcess> first;
+    int listener = -1;
+    pid_t holder = ::getpid();
+    if (c.holder == Holder::OtherServer) {
+        listener = listenOn(path);
+        ASSERT_GE(listener, 0);
+    } else {
+        first = std::make_unique<SimProcess>(path, c.holder == Holder::RefusingSimulator
+                                                       ? std::vector<std::string>{"--refuse"}
+                                                       : std::vector<std::string>{});
+        ASSERT_TRUE(first->ready()) << first->dump();
+        holder = first->process().pid();
+    }
+
+    Subprocess second({SimProcess::binary(), "--socket", path}, {}, true);
+    const auto status = second.waitExit();
+    ASSERT_TRUE(status && WIFEXITED(*status)) << second.dump();
+    EXPECT_EQ(WEXITSTATUS(*status), 1) << second.dump();
+    EXPECT_TRUE(second.waitForLine("rux-sim: " + path + " is already served by " + c.servedBy +
+                                   " (pid " + std::to_string(holder) + ")"))
+        << second.dump();
+
+    if (listener >= 0) {
+        EXPECT_EQ(::access(path.c_str(), F_OK), 0);
+        ::close(listener);
+        ::unlink(path.c_str());
+        return;
+    }
+    if (c.holder == Holder::RefusingSimulator) {
+        EXPECT_EQ(first->command("refuse off"), "ok");
+    }
+    SimClient client(path);
+    ASSERT_TRUE(client.connect()) << first->dump();
+    client.send(emptyRequest(1, 3));
+    EXPECT_EQ(client.waitForMessages(1).size(), 1u) << first->dump();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Holders, SimClaimTest,
+    ::testing::Values(ClaimCase{"Simulator", Holder::Simulator, "another rux-sim"},
+                      ClaimCase{"RefusingSimulator", Holder::RefusingSimulator, "another rux-sim"},
+                      ClaimCase{"OtherServer", Holder::OtherServer, "another process"}),
+    [](const ::testing::TestParamInfo<ClaimCase>& info) { return std::string(info.param.name); });
+
 TEST(SimProcessTest, ControlSocketAndLogFileServeAControllerWithoutStdin) {
     const std::string path = SimProcess::uniqueSocketPath("ctl");
     const std::string control = path + ".ctl";
     const std::string log = path + ".log";
-    SimProcess sim(path, {"--control-socket", control, "--log", log, "--status",
-                          "SET_HST_STATE_REQ=STATUS_INVALID_SLOT"});
+    SimProcess sim(path,
+                   {"--control-socket", control, "--log", log, "--status",
+                    "SET_HST_STATE_REQ=STATUS_INVALID_SLOT"},
+                   false);
     ASSERT_TRUE(sim.ready());  // the control socket listens before the ready line
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{};

@@ -44,7 +44,8 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 }  // namespace
 
-Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env) {
+Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                       bool collectStderr) {
     int in[2], out[2];
     if (::pipe2(in, O_CLOEXEC) != 0) return;
     if (::pipe2(out, O_CLOEXEC) != 0) {
@@ -56,6 +57,7 @@ Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<s
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    if (collectStderr) posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
     std::vector<std::string> args = argv;
     std::vector<std::string> vars = mergedEnvironment(env);
     auto argp = pointers(args);
@@ -192,8 +194,10 @@ void Subprocess::kill(int signal) {
 
 // --- SimProcess ------------------------------------------------------------------------
 
-SimProcess::SimProcess(const std::string& socketPath, const std::vector<std::string>& args) {
+SimProcess::SimProcess(const std::string& socketPath, const std::vector<std::string>& args,
+                       bool stdinControl) {
     std::vector<std::string> argv{RUX_SIM_PATH, "--socket", socketPath};
+    if (stdinControl) argv.push_back("--stdin");
     argv.insert(argv.end(), args.begin(), args.end());
     mProcess = std::make_unique<Subprocess>(argv);
     mReady = mProcess->started() && mProcess->waitForLine("ready socket=" + socketPath);
@@ -234,6 +238,10 @@ bool SimProcess::waitForCount(const std::string& needle, size_t n, milliseconds 
 void SimProcess::crash() {
     mProcess->kill(SIGKILL);
     mProcess->waitExit();
+}
+
+std::string SimProcess::binary() {
+    return RUX_SIM_PATH;
 }
 
 std::string SimProcess::uniqueSocketPath(const std::string& name) {

@@ -1,10 +1,11 @@
 // Subprocess: a program run by a test, with a pipe to its stdin and its stdout collected
 // line by line by a reader thread. Its stderr is the test's (the library's Android log
-// lines show up in the test output). Waiting is on the events themselves (a new line,
-// end of output, the process's exit through a pidfd), each with a deadline.
+// lines show up in the test output) unless it is collected with stdout. Waiting is on the
+// events themselves (a new line, end of output, the process's exit through a pidfd), each
+// with a deadline.
 //
 // SimProcess: rux-sim as a real subprocess on a private socket path, driven through its
-// control lines on stdin; its readable event log is its stdout.
+// control lines on stdin (--stdin); its readable event log is its stdout.
 //
 // Threads: one test thread drives an object; the reader thread only appends lines.
 #pragma once
@@ -29,7 +30,8 @@ constexpr milliseconds kDeadline{20000};
 class Subprocess {
 public:
     // `env` entries ("NAME=value") are added to, or replace, the test's environment.
-    Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env = {});
+    Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
+               bool collectStderr = false);
     // Closes stdin and waits for the exit; a process still running at the deadline is killed.
     ~Subprocess();
     Subprocess(const Subprocess&) = delete;
@@ -71,7 +73,9 @@ private:
 class SimProcess {
 public:
     // Starts rux-sim serving `socketPath` with `args` added, and waits until it is ready.
-    explicit SimProcess(const std::string& socketPath, const std::vector<std::string>& args = {});
+    // Without `stdinControl` it runs as in the background of a shell: stdin is not read.
+    explicit SimProcess(const std::string& socketPath, const std::vector<std::string>& args = {},
+                        bool stdinControl = true);
 
     bool ready() const { return mReady; }
     // One control line; the reply ("ok ..." or "error: ..."), or "" at the deadline.
@@ -89,6 +93,8 @@ public:
 
     // A socket path unique to this process and call: /tmp/rux-e2e-<pid>-<n>-<name>.sock
     static std::string uniqueSocketPath(const std::string& name);
+    // The rux-sim program, for tests that start one themselves.
+    static std::string binary();
 
 private:
     std::unique_ptr<Subprocess> mProcess;

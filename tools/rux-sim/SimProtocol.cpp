@@ -395,7 +395,14 @@ std::optional<int> parseServiceEvent(const std::string& text, bool anyNumber) {
 }
 
 std::optional<int> parseStatus(const std::string& text) {
-    return parseEnum<Status>(text, Status_Parse);
+    Status wire{};
+    const std::string cPrefix = "RUX_";
+    if (Status_Parse(text, &wire)) return static_cast<int>(wire);
+    if (text.rfind(cPrefix, 0) == 0 && Status_Parse(text.substr(cPrefix.size()), &wire))
+        return static_cast<int>(wire);
+    const auto value = parseNumber(text);
+    if (!value || *value == INT_MAX) return std::nullopt;
+    return *value + 1;
 }
 
 std::optional<bool> parseBool(const std::string& text) {

@@ -49,11 +49,16 @@ VexProto::ServiceMsg buildServiceMsg(int event, uint64_t tid, int status,
 std::string describeRequest(const VexProto::ClientMsg& msg);
 std::string describeService(const VexProto::ServiceMsg& msg);
 
-// Enum values by name or number ("STATUS_SUCCESS" or "1"). Numbers outside the declared
-// range are accepted where `anyNumber` (they travel unchanged: proto3 enums are open).
+// Enum values by name or number ("SET_HST_STATE_REQ" or "1"). Numbers outside the
+// declared range are accepted where `anyNumber` (they travel unchanged: proto3 enums are
+// open).
 std::optional<int> parseClientEvent(const std::string& text);
 std::optional<int> parseServiceEvent(const std::string& text, bool anyNumber);
-std::optional<int> parseStatus(const std::string& text);  // any 32-bit number
+// A status as an application sees it, by the C interface's name or number
+// ("RUX_STATUS_NOT_SUPPORTED" or "3"), or by its wire name ("STATUS_NOT_SUPPORTED").
+// Returns the wire value, the C value plus one; any C number below INT_MAX travels, so
+// -1 gives wire 0 and 8 gives wire 9.
+std::optional<int> parseStatus(const std::string& text);
 std::optional<bool> parseBool(const std::string& text);   // true/false/on/off/1/0
 std::optional<int> parseNumber(const std::string& text);  // a 32-bit signed number
 

@@ -11,8 +11,9 @@ using ipc::RuxIpcServerClient;
 using ipc::RuxSdkType;
 
 const char* const kControlHelp =
-    "status <request|all> <status>           answer with this Status (name or number)\n"
+    "status <request|all> <status>           answer with this status (RUX_STATUS_ name or number)\n"
     "silent <request|all> [on|off]           stay silent: no answer at all\n"
+    "delay <ms>                              wait this long before every answer (0: none)\n"
     "value hst-state <HstState>              GetHstStateResp and HST indications\n"
     "value dppd-capable <bool>               GetDppdCapabilityResp and indications\n"
     "value dppd-ui <echo|bool>               UpdateDppdUiResp: the request's flag or a fixed one\n"
@@ -20,7 +21,7 @@ const char* const kControlHelp =
     "value submode <sub_mode> <tx>           GetMultiSimModeInfoResp and indications\n"
     "indicate hst-state <HstState>           HST_STATE_CHANGE_IND to every client\n"
     "indicate subway-state <SubwayState>     SUBWAY_STATE_CHANGE_IND\n"
-    "indicate service-status <Status>        SERVICE_STATUS_IND\n"
+    "indicate service-status <status>        SERVICE_STATUS_IND\n"
     "indicate dppd-capability <bool>         NOTIFY_DPPD_CAPABILITY_IND\n"
     "indicate dppd-recommendation <a> <s>    NOTIFY_DPPD_RECOMMENDATION_IND\n"
     "indicate submode <sub_mode> <tx>        NOTIFY_MULTI_SIM_SUB_MODE_INFO_IND\n"
@@ -30,7 +31,7 @@ const char* const kControlHelp =
     "refuse <on|off>                         refuse new connections (nothing listens)\n"
     "clients                                 how many clients are connected\n"
     "reset                                   default behaviour, accepting connections\n"
-    "help                                    this list\n"
+    "help                                    this list, then ok\n"
     "quit                                    stop the simulator\n";
 
 namespace {
@@ -86,6 +87,10 @@ Simulator::~Simulator() { stop(); }
 
 bool Simulator::start(const std::string& path) {
     mPath = path;
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mStopping = false;
+    }
     if (!mServer->start(path)) {
         mLog.write("error: cannot listen on " + path);
         return false;
@@ -95,6 +100,11 @@ bool Simulator::start(const std::string& path) {
 }
 
 void Simulator::stop() {
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mStopping = true;  // answers still waiting out a delay are dropped
+    }
+    mChanged.notify_all();
     if (mServer && mServer->isRunning()) {
         mServer->stop();
         mLog.write("stopped");
@@ -109,6 +119,16 @@ bool Simulator::quitRequested() const {
 Behaviour Simulator::behaviour() const {
     std::lock_guard<std::mutex> lock(mMutex);
     return mBehaviour;
+}
+
+bool Simulator::waitOutDelay(std::chrono::steady_clock::time_point since) {
+    std::unique_lock<std::mutex> lock(mMutex);
+    for (;;) {
+        if (mStopping) return false;
+        const auto due = since + mBehaviour.delay;
+        if (std::chrono::steady_clock::now() >= due) return true;
+        mChanged.wait_until(lock, due);
+    }
 }
 
 // --- the service side ----------------------------------------------------------------
@@ -129,6 +149,16 @@ void Simulator::onFrame(const RuxIpcServerClient& client, const ipc::IncomingFra
 }
 
 void Simulator::onBlob(const RuxIpcServerClient& client, RuxSdkType type, std::vector<uint8_t> blob) {
+    const auto arrived = std::chrono::steady_clock::now();
+    const std::string kind = type == ipc::RUX_SDK_TYPE_REQUEST_CLIENT
+                                 ? std::string()
+                                 : " kind=" + std::to_string(static_cast<uint32_t>(type));
+    if (blob.empty()) {
+        // A deregistering client's last word (its cleanup event), not a request; as a
+        // ClientMsg it would parse as a default SET_COVERAGE_STATE_REQ.
+        mLog.write("deregister " + session(client) + kind + " (empty blob; no reply)");
+        return;
+    }
     VexProto::ClientMsg request;
     if (!request.ParseFromArray(blob.data(), static_cast<int>(blob.size()))) {
         mLog.write("bad-blob " + session(client) + " bytes=" + std::to_string(blob.size()) +
@@ -136,9 +166,6 @@ void Simulator::onBlob(const RuxIpcServerClient& client, RuxSdkType type, std::v
         return;
     }
     const int event = request.event_id();
-    const std::string kind = type == ipc::RUX_SDK_TYPE_REQUEST_CLIENT
-                                 ? std::string()
-                                 : " kind=" + std::to_string(static_cast<uint32_t>(type));
     const std::string prefix =
         session(client) + kind + " tid=" + std::to_string(request.transaction_id()) + " ";
     mLog.write("request " + prefix + describeRequest(request));
@@ -153,6 +180,7 @@ void Simulator::onBlob(const RuxIpcServerClient& client, RuxSdkType type, std::v
         mLog.write("no-reply " + prefix + "(silent)");
         return;
     }
+    if (!waitOutDelay(arrived)) return;
     const auto response =
         buildResponse(request, *responseEvent, b.status[static_cast<size_t>(event)], b.values);
     sendTo(client, type, response, "reply");
@@ -187,6 +215,7 @@ std::optional<std::string> Simulator::execute(const std::string& line) {
     std::vector<std::string> args(words.begin() + 1, words.end());
     if (command == "status") return commandStatus(args);
     if (command == "silent") return commandSilent(args);
+    if (command == "delay") return commandDelay(args);
     if (command == "value") return commandValue(args);
     if (command == "indicate") return commandIndicate(args);
     if (command == "reply") return commandReply(args);
@@ -199,15 +228,16 @@ std::optional<std::string> Simulator::execute(const std::string& line) {
             std::lock_guard<std::mutex> lock(mMutex);
             mBehaviour = Behaviour();
         }
+        mChanged.notify_all();
         return commandRefuse({"off"});
     }
     if (command == "help") {
-        std::string text = kControlHelp;
-        // The reply line, then the list with each line prefixed by "# ".
-        std::string out = "ok";
-        std::istringstream in(text);
-        for (std::string l; std::getline(in, l);) out += "\n# " + l;
-        return out;
+        // The list with each line prefixed by "# ", then the reply line: a controller
+        // reads up to the "ok" as it does for every other command.
+        std::string out;
+        std::istringstream in(kControlHelp);
+        for (std::string l; std::getline(in, l);) out += "# " + l + "\n";
+        return out + "ok";
     }
     if (command == "quit") {
         std::lock_guard<std::mutex> lock(mMutex);
@@ -244,6 +274,17 @@ std::string Simulator::commandSilent(const std::vector<std::string>& args) {
         if (!event) return error("unknown request '" + args[0] + "'");
         mBehaviour.silent[static_cast<size_t>(*event)] = *on;
     }
+    return "ok";
+}
+
+std::string Simulator::commandDelay(const std::vector<std::string>& args) {
+    const auto ms = args.size() == 1 ? parseNumber(args[0]) : std::nullopt;
+    if (!ms || *ms < 0) return error("usage: delay <milliseconds>");
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mBehaviour.delay = std::chrono::milliseconds(*ms);
+    }
+    mChanged.notify_all();  // answers already waiting take the new delay
     return "ok";
 }
 

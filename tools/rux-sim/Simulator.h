@@ -7,10 +7,14 @@
 // server forbids stop() and refusing from its own callbacks). The server's callbacks
 // run on its accept thread and on one receiver thread per client; they read the
 // behaviour under mMutex, copy what they need, and send and write after releasing it.
-// mMutex and the writer's lock are never held together.
+// A delayed answer waits on mChanged in its client's receiver thread, so each client's
+// answers keep their order; a new delay or stop() wakes it. mMutex and the writer's
+// lock are never held together.
 #pragma once
 
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -43,6 +47,7 @@ struct Behaviour {
     }
     std::array<int, kClientEventCount> status;   // wire Status per request event
     std::array<bool, kClientEventCount> silent;  // no reply at all
+    std::chrono::milliseconds delay{0};          // before every answer
     AnswerValues values;
 };
 
@@ -71,6 +76,7 @@ private:
 
     std::string commandStatus(const std::vector<std::string>& args);
     std::string commandSilent(const std::vector<std::string>& args);
+    std::string commandDelay(const std::vector<std::string>& args);
     std::string commandValue(const std::vector<std::string>& args);
     std::string commandIndicate(const std::vector<std::string>& args);
     std::string commandReply(const std::vector<std::string>& args);
@@ -84,12 +90,17 @@ private:
     bool sendTo(const ipc::RuxIpcServerClient& client, ipc::RuxSdkType type,
                 const VexProto::ServiceMsg& msg, const std::string& kind);
     Behaviour behaviour() const;
+    // Holds an answer to a request that arrived at `since` for the current delay; false
+    // when the simulator stops meanwhile.
+    bool waitOutDelay(std::chrono::steady_clock::time_point since);
     std::vector<ipc::RuxIpcServerClient> liveClients() const;
 
     LineWriter& mLog;
     mutable std::mutex mMutex;
+    std::condition_variable mChanged;  // the delay changed or the simulator stops
     Behaviour mBehaviour;      // guarded by mMutex
     bool mQuit = false;        // guarded by mMutex
+    bool mStopping = false;    // guarded by mMutex
     std::string mPath;         // set by start()
     std::unique_ptr<ipc::RuxIpcServer> mServer;
 };

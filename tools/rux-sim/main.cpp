@@ -1,13 +1,15 @@
 // rux-sim: a stand-in for the Rux service, for testing applications and the library.
 // It serves the service's socket with the real handshake and frames, answers every
-// request, and takes control lines (docs/rux-sim.md) on stdin and, optionally, on a
-// control socket.
+// request, and takes control lines (docs/rux-sim.md) on a control socket and, when
+// asked to, on stdin. Without --stdin it never reads stdin, so it runs in the
+// background of a shell or a script as it is.
 //
-//   rux-sim [--socket PATH] [--log FILE] [--control-socket PATH] [--no-stdin]
+//   rux-sim [--socket PATH] [--log FILE] [--control-socket PATH] [--stdin]
 //           [-c COMMAND]... [--status REQUEST=STATUS]... [--silent REQUEST]... [--refuse] [-v]
 //
-// Exit status: 0 after "quit", end of stdin or SIGINT/SIGTERM; 1 when the socket cannot
-// be served; 2 for bad arguments or a start-up command that fails.
+// Exit status: 0 after "quit", end of stdin (with --stdin) or SIGINT/SIGTERM; 1 when the
+// socket cannot be served (also when another simulator serves it); 2 for bad arguments
+// or a start-up command that fails.
 #include <android/log.h>
 #include <poll.h>
 #include <signal.h>
@@ -26,6 +28,7 @@
 #include <vector>
 
 #include "Simulator.h"
+#include "SocketClaim.h"
 #include "ipc/SocketPath.h"
 
 namespace {
@@ -84,7 +87,6 @@ int runControlLoop(Simulator& sim, LineWriter& replies, int signalFd, bool readS
     };
     std::map<int, Source> controllers;  // control-socket connections by descriptor
     LineBuffer stdinBuffer;
-    const bool stdinEndsRun = controlFd < 0;
     char chunk[4096];
 
     while (!sim.quitRequested()) {
@@ -108,11 +110,7 @@ int runControlLoop(Simulator& sim, LineWriter& replies, int signalFd, bool readS
             const ssize_t n = ::read(p.fd, chunk, sizeof chunk);
             if (n < 0 && errno == EINTR) continue;
             if (p.fd == STDIN_FILENO) {
-                if (n <= 0) {
-                    if (stdinEndsRun) return 0;
-                    readStdin = false;
-                    continue;
-                }
+                if (n <= 0) return 0;
                 stdinBuffer.feed(chunk, static_cast<size_t>(n), [&](const std::string& line) {
                     if (auto reply = sim.execute(line)) replies.write(*reply);
                 });
@@ -141,6 +139,7 @@ int main(int argc, char** argv) {
     std::string socketPath = rux::ipc::socketPath();
     std::string logPath;
     std::string controlPath;
+    bool readStdin = false;
     bool noStdin = false;
     bool refuse = false;
     bool verbose = false;
@@ -150,15 +149,18 @@ int main(int argc, char** argv) {
     app.add_option("-s,--socket", socketPath,
                    "socket to serve (default: $RUX_SOCKET_PATH, else /dev/socket/rux)");
     app.add_option("-l,--log", logPath, "write the readable event log to FILE, not stdout");
-    app.add_option("--control-socket", controlPath,
-                   "also take control lines on this Unix socket; end of stdin then does not stop");
-    app.add_flag("--no-stdin", noStdin, "do not read control lines from stdin");
+    app.add_option("--control-socket", controlPath, "take control lines on this Unix socket");
+    app.add_flag("-i,--stdin", readStdin,
+                 "take control lines on stdin too; its end stops the simulator");
+    app.add_flag("--no-stdin", noStdin, "the default: stdin is not read")->group("");
     app.add_option("-c,--command", commands, "run a control line at start (repeatable)");
     app.add_option("--status", statuses, "REQUEST=STATUS: same as -c 'status REQUEST STATUS'");
     app.add_option("--silent", silent, "REQUEST: same as -c 'silent REQUEST'");
     app.add_flag("--refuse", refuse, "start refusing connections (same as -c 'refuse on')");
     app.add_flag("-v,--verbose", verbose, "show the transport's own log lines on stderr");
+    app.set_version_flag("--version", std::string("rux-sim ") + RUX_VERSION);
     CLI11_PARSE(app, argc, argv);
+    if (noStdin) readStdin = false;
 
     for (const auto& s : statuses) {
         const auto eq = s.find('=');
@@ -222,10 +224,16 @@ int main(int argc, char** argv) {
                 status = 2;
             }
         }
+        std::string why;
+        auto claim = status == 0 ? rux::sim::SocketClaim::take(socketPath, why) : std::nullopt;
+        if (status == 0 && !claim) {
+            std::fprintf(stderr, "rux-sim: %s\n", why.c_str());
+            status = 1;
+        }
         if (status == 0 && !sim.start(socketPath)) status = 1;
         // Whoever started the simulator waits for the ready line on stdout.
         if (status == 0 && fileWriter) replies.write("ready socket=" + socketPath);
-        if (status == 0) status = runControlLoop(sim, replies, signalFd, !noStdin, controlFd);
+        if (status == 0) status = runControlLoop(sim, replies, signalFd, readStdin, controlFd);
         sim.stop();
         if (controlFd >= 0) {
             ::close(controlFd);
