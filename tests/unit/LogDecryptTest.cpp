@@ -226,15 +226,60 @@ TEST_F(LogDecryptToolTest, KeygenThenLoggingThenDecryptionRoundTrip) {
     EXPECT_NE(bad.output.find("map entry 100%"), std::string::npos);
 }
 
-TEST_F(LogDecryptToolTest, BadArguments) {
-    EXPECT_EQ(runTool("").status, 2);
-    EXPECT_EQ(runTool("-k /nonexistent/key.pem somefile").status, 2);
-    rux::test::writeText(dir_.path() + "/key.pem", "not a key");
-    const ToolRun notKey = runTool("-k " + dir_.path() + "/key.pem " + dir_.path() + "/key.pem");
-    EXPECT_EQ(notKey.status, 2);
-    EXPECT_NE(notKey.output.find("not an RSA private key"), std::string::npos) << notKey.output;
-    EXPECT_EQ(runTool("keygen --max-files 11 -o " + dir_.path()).status, 2);
-    EXPECT_EQ(runTool("keygen --max-records 100 -o " + dir_.path()).status, 2);
+// Command lines and what they end with. "$D" stands for the test's folder, which holds
+// a key pair in keys/ and a file that is not a key.
+struct ToolCase {
+    const char* name;
+    std::string args;
+    int status;
+    std::string output;         // a text the output holds
+    bool keysReplaced = false;  // keys/ holds a new pair afterwards
+};
+void PrintTo(const ToolCase& c, std::ostream* os) {
+    *os << c.name;
 }
+
+class LogDecryptArgsTest : public LogDecryptToolTest,
+                           public ::testing::WithParamInterface<ToolCase> {};
+
+std::string expand(std::string text, const std::string& dir) {
+    for (size_t at; (at = text.find("$D")) != std::string::npos;) text.replace(at, 2, dir);
+    return text;
+}
+
+TEST_P(LogDecryptArgsTest, EndsWithItsStatusAndSaysWhy) {
+    const auto& c = GetParam();
+    const std::string keys = dir_.path() + "/keys";
+    fs::create_directories(keys);
+    rux::test::writeText(keys + "/rux_log_private.pem", rux::test::testKeys().privatePem);
+    rux::test::writeText(keys + "/rux_log_public.pem", rux::test::testKeys().publicPem);
+    rux::test::writeText(dir_.path() + "/key.pem", "not a key");
+
+    const ToolRun run = runTool(expand(c.args, dir_.path()));
+    EXPECT_EQ(run.status, c.status) << run.output;
+    EXPECT_NE(run.output.find(expand(c.output, dir_.path())), std::string::npos) << run.output;
+    const auto privatePem = rux::test::readBytes(keys + "/rux_log_private.pem");
+    EXPECT_EQ(privatePem != Bytes(rux::test::testKeys().privatePem.begin(),
+                                  rux::test::testKeys().privatePem.end()),
+              c.keysReplaced);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLines, LogDecryptArgsTest,
+    ::testing::Values(
+        ToolCase{"Nothing", "", 2, "give the private key (-k)"},
+        ToolCase{"MissingKey", "-k /nonexistent/key.pem somefile", 2, "/nonexistent/key.pem"},
+        ToolCase{"NotAKey", "-k $D/key.pem $D/key.pem", 2, "$D/key.pem: not an RSA private key"},
+        ToolCase{"FolderAsLogFile", "-k $D/keys/rux_log_private.pem $D", 2,
+                 "rux-logdecrypt: $D: cannot read: Is a directory"},
+        ToolCase{"TooManyFiles", "keygen --max-files 11 -o $D/new", 2, "--max-files"},
+        ToolCase{"TooFewRecords", "keygen --max-records 100 -o $D/new", 2, "--max-records"},
+        ToolCase{"KeygenCreatesTheFolder", "keygen --bits 2048 -o $D/new/deeper", 0,
+                 "wrote $D/new/deeper/rux_log_config"},
+        ToolCase{"KeygenKeepsAnExistingKey", "keygen --bits 2048 -o $D/keys", 2,
+                 "$D/keys/rux_log_private.pem exists"},
+        ToolCase{"KeygenForceReplacesIt", "keygen --bits 2048 --force -o $D/keys", 0,
+                 "wrote $D/keys/rux_log_private.pem", true}),
+    [](const ::testing::TestParamInfo<ToolCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

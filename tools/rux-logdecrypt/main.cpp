@@ -2,19 +2,25 @@
 // encrypted logging.
 //
 //   rux-logdecrypt -k rux_log_private.pem rux_log_p0_00 rux_log_p0_01 ...
-//   rux-logdecrypt keygen -o DIR [--bits 3072] [--max-records 30000] [--max-files 10]
+//   rux-logdecrypt keygen -o DIR [--force] [--bits 3072] [--max-records 30000] [--max-files 10]
 //
 // Exit status: 0 all records read, 1 some record or header damaged or truncated (each
 // reported on stderr with file and byte offset), 2 bad arguments or unreadable input.
+// Files are read and written with plain system calls: a failure is a message and an
+// exit status, never an exception.
 #include <android/log.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
+#include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "LogDecrypt.h"
@@ -23,25 +29,47 @@
 
 namespace {
 
-bool readFile(const std::string& path, std::vector<uint8_t>& out) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
+// The whole file, or the reason it cannot be read (a folder reads as EISDIR).
+bool readFile(const std::string& path, std::vector<uint8_t>& out, std::string& why) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        why = std::strerror(errno);
+        return false;
+    }
+    out.clear();
+    uint8_t chunk[65536];
+    for (;;) {
+        const ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) why = std::strerror(errno);
+        if (n <= 0) {
+            ::close(fd);
+            return n == 0;
+        }
+        out.insert(out.end(), chunk, chunk + n);
+    }
 }
 
+// Created with `mode` from the start, so the private key is never readable by others.
 bool writeFile(const std::string& path, const std::string& bytes, mode_t mode) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) return false;
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    out.close();
-    return !out.fail() && ::chmod(path.c_str(), mode) == 0;
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+    if (fd < 0) return false;
+    bool ok = ::fchmod(fd, mode) == 0;
+    for (size_t done = 0; ok && done < bytes.size();) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        ok = n > 0;
+        if (ok) done += static_cast<size_t>(n);
+    }
+    return ::close(fd) == 0 && ok;
 }
 
 int decrypt(const std::string& keyPath, const std::vector<std::string>& files) {
     std::vector<uint8_t> pem;
-    if (!readFile(keyPath, pem)) {
-        std::cerr << "rux-logdecrypt: " << keyPath << ": cannot read the private key\n";
+    std::string why;
+    if (!readFile(keyPath, pem, why)) {
+        std::cerr << "rux-logdecrypt: " << keyPath << ": cannot read the private key: " << why
+                  << '\n';
         return 2;
     }
     rux::CryptoUtil key;
@@ -52,8 +80,8 @@ int decrypt(const std::string& keyPath, const std::vector<std::string>& files) {
     int status = 0;
     for (const auto& path : files) {
         std::vector<uint8_t> bytes;
-        if (!readFile(path, bytes)) {
-            std::cerr << "rux-logdecrypt: " << path << ": cannot read\n";
+        if (!readFile(path, bytes, why)) {
+            std::cerr << "rux-logdecrypt: " << path << ": cannot read: " << why << '\n';
             status = 2;
             continue;
         }
@@ -70,7 +98,24 @@ int decrypt(const std::string& keyPath, const std::vector<std::string>& files) {
     return status;
 }
 
-int keygen(const std::string& dir, int bits, uint64_t maxRecords, uint64_t maxFiles) {
+int keygen(const std::string& dir, bool force, int bits, uint64_t maxRecords, uint64_t maxFiles) {
+    const std::string privatePath = dir + "/rux_log_private.pem";
+    const std::string publicPath = dir + "/rux_log_public.pem";
+    const std::string configPath = dir + "/rux_log_config";
+    std::error_code error;
+    std::filesystem::create_directories(dir, error);
+    if (error) {
+        std::cerr << "rux-logdecrypt: cannot create " << dir << ": " << error.message() << '\n';
+        return 2;
+    }
+    // Logs written with a key pair can only ever be read with its private key.
+    for (const auto& key : {privatePath, publicPath}) {
+        if (!force && ::access(key.c_str(), F_OK) == 0) {
+            std::cerr << "rux-logdecrypt: " << key << " exists; logs written for it need its "
+                      << "private key. Use --force to replace the key pair.\n";
+            return 2;
+        }
+    }
     std::string privatePem, publicPem;
     if (!rux::CryptoUtil::generateRsaKeyPair(bits, privatePem, publicPem)) {
         std::cerr << "rux-logdecrypt: RSA key generation failed\n";
@@ -81,9 +126,6 @@ int keygen(const std::string& dir, int bits, uint64_t maxRecords, uint64_t maxFi
     config.maxFiles = maxFiles;
     config.publicKeyPem.assign(publicPem.begin(), publicPem.end());
     const auto configBytes = rux::logfile::encodeConfig(config);
-    const std::string privatePath = dir + "/rux_log_private.pem";
-    const std::string publicPath = dir + "/rux_log_public.pem";
-    const std::string configPath = dir + "/rux_log_config";
     if (!writeFile(privatePath, privatePem, 0600) || !writeFile(publicPath, publicPem, 0644) ||
         !writeFile(configPath, std::string(configBytes.begin(), configBytes.end()), 0644)) {
         std::cerr << "rux-logdecrypt: cannot write into " << dir << '\n';
@@ -108,14 +150,17 @@ int main(int argc, char** argv) {
     app.add_option("files", files, "encrypted log files, oldest first");
     app.add_flag("-v,--verbose", verbose, "also show the library's own log lines");
 
+    app.set_version_flag("--version", std::string("rux-logdecrypt ") + RUX_VERSION);
+
     auto* gen = app.add_subcommand("keygen", "write a new key pair and a configuration file");
     std::string dir;
+    bool force = false;
     int bits = 3072;
     uint64_t maxRecords = rux::logfile::kMaxMaxRecords;
     uint64_t maxFiles = rux::logfile::kMaxMaxFiles;
-    gen->add_option("-o,--out-dir", dir, "folder for the keys and rux_log_config")
-        ->required()
-        ->check(CLI::ExistingDirectory);
+    gen->add_option("-o,--out-dir", dir, "folder for the keys and rux_log_config (created)")
+        ->required();
+    gen->add_flag("-f,--force", force, "replace a key pair already in the folder");
     gen->add_option("--bits", bits, "RSA key size")
         ->check(CLI::IsMember({2048, 3072, 4096}));
     gen->add_option("--max-records", maxRecords, "records per log file")
@@ -131,7 +176,7 @@ int main(int argc, char** argv) {
     }
     if (!verbose) __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
 
-    if (*gen) return keygen(dir, bits, maxRecords, maxFiles);
+    if (*gen) return keygen(dir, force, bits, maxRecords, maxFiles);
     if (keyPath.empty() || files.empty()) {
         std::cerr << "rux-logdecrypt: give the private key (-k) and at least one log file\n"
                   << app.help();
