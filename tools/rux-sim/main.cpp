@@ -151,7 +151,7 @@ int main(int argc, char** argv) {
     app.add_option("-l,--log", logPath, "write the readable event log to FILE, not stdout");
     app.add_option("--control-socket", controlPath, "take control lines on this Unix socket");
     app.add_flag("-i,--stdin", readStdin,
-                 "take control lines on stdin too; its end stops the simulator");
+                 "take control lines on stdin; its end stops the simulator");
     app.add_flag("--no-stdin", noStdin, "the default: stdin is not read")->group("");
     app.add_option("-c,--command", commands, "run a control line at start (repeatable)");
     app.add_option("--status", statuses, "REQUEST=STATUS: same as -c 'status REQUEST STATUS'");
