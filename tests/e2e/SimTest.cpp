@@ -500,13 +500,19 @@ TEST_P(SimClaimTest, ASecondSimulatorOnAServedPathRefusesAndLeavesItAlone) {
         holder = first->process().pid();
     }
 
-    Subprocess second({SimProcess::binary(), "--socket", path}, {}, true);
+    // The first one's log file, which a second one told to use it must leave alone.
+    const std::string log = path + ".log";
+    { std::ofstream(log) << "first\n"; }
+    Subprocess second({SimProcess::binary(), "--socket", path, "--log", log}, {}, true);
     const auto status = second.waitExit();
     ASSERT_TRUE(status && WIFEXITED(*status)) << second.dump();
     EXPECT_EQ(WEXITSTATUS(*status), 1) << second.dump();
     EXPECT_TRUE(second.waitForLine("rux-sim: " + path + " is already served by " + c.servedBy +
                                    " (pid " + std::to_string(holder) + ")"))
         << second.dump();
+    std::ifstream in(log);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "first\n");
+    ::unlink(log.c_str());
 
     if (listener >= 0) {
         EXPECT_EQ(::access(path.c_str(), F_OK), 0);

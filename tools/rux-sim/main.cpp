@@ -191,6 +191,16 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    // Before anything that could disturb a simulator already serving the path (its log
+    // file, its control socket).
+    std::string why;
+    const auto claim = rux::sim::SocketClaim::take(socketPath, why);
+    if (!claim) {
+        std::fprintf(stderr, "rux-sim: %s\n", why.c_str());
+        ::close(signalFd);
+        return 1;
+    }
+
     LineWriter replies(stdout);
     std::FILE* logFile = nullptr;
     if (!logPath.empty()) {
@@ -223,12 +233,6 @@ int main(int argc, char** argv) {
                              controlPath.c_str());
                 status = 2;
             }
-        }
-        std::string why;
-        auto claim = status == 0 ? rux::sim::SocketClaim::take(socketPath, why) : std::nullopt;
-        if (status == 0 && !claim) {
-            std::fprintf(stderr, "rux-sim: %s\n", why.c_str());
-            status = 1;
         }
         if (status == 0 && !sim.start(socketPath)) status = 1;
         // Whoever started the simulator waits for the ready line on stdout.
