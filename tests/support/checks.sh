@@ -19,3 +19,9 @@ expect_line() {
     grep -qxF -- "$2" <<<"$1" || fail "$3: no line '$2' in
 $1"
 }
+
+# expect_match <text> <extended regular expression> <what>: one line of <text> matches.
+expect_match() {
+    grep -qxE -- "$2" <<<"$1" || fail "$3: no line matching '$2' in
+$1"
+}
