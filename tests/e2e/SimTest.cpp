@@ -237,7 +237,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "SEND_DATA_STALL_PARAMETERS_REQ {slot_id: SLOT_ID_THIRD, params: "
                 "{traffic_direction: DOWNLINK, flag: false, application_type: FILE_TRANSFER, "
                 "param1: -1, param2: 0, param3: 0, param4: 30}}"},
-        LogCase{"CellListSummarised",
+        LogCase{"CellListNestedMessagesOnlyWhenPresent",
                 [](VexProto::ClientMsg& m) {
                     m.set_event_id(VexProto::SET_CELL_LIST_INFO_REQ);
                     auto* r = m.mutable_data()->mutable_set_cell_list_info_req()->mutable_set_cell_list_info();
@@ -247,7 +247,10 @@ INSTANTIATE_TEST_SUITE_P(
                     r->add_nr_cell_list();
                 },
                 "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_INFO, flag: false, lte_cell_list: "
-                "2 cells, nr_cell_list: 1 cell}"},
+                "[{param1_valid: false, param1: 0, flag2_valid: false, flag2: false, param3: 0, "
+                "param4: 0}, {param1_valid: false, param1: 0, flag2_valid: false, flag2: false, "
+                "param3: 0, param4: 0}], nr_cell_list: [{param1_valid: false, param1: 0, "
+                "flag2_valid: false, flag2: false, param3: 0, param4: 0}]}"},
         LogCase{"UnknownEnumValueAsNumber",
                 [](VexProto::ClientMsg& m) {
                     m.set_event_id(VexProto::SET_SUBWAY_STATE_REQ);
