@@ -79,35 +79,31 @@ std::string location(const LocationType& l) {
     return Fields().num("latitude", l.latitude()).num("longitude", l.longitude()).str();
 }
 
-std::string cellInfo(const CellInfoType& c) {
-    return Fields()
-        .message("plmn", c.has_plmn(), c.plmn(), plmn)
+// The fields every cell record starts with (CellInfoType has only these).
+template <typename Cell>
+Fields cellFields(const Cell& c) {
+    Fields fields;
+    fields.message("plmn", c.has_plmn(), c.plmn(), plmn)
         .num("cell_identity", c.cell_identity())
         .add("band", band(c.band()))
         .num("freq", c.freq())
-        .num("pci", c.pci())
-        .str();
+        .num("pci", c.pci());
+    return fields;
+}
+
+std::string cellInfo(const CellInfoType& c) {
+    return cellFields(c).str();
 }
 
 std::string lteCell(const LteCellInfoType& c) {
-    return Fields()
-        .message("plmn", c.has_plmn(), c.plmn(), plmn)
-        .num("cell_identity", c.cell_identity())
-        .add("band", band(c.band()))
-        .num("freq", c.freq())
-        .num("pci", c.pci())
+    return cellFields(c)
         .num("aux_value", c.aux_value())
         .add("aux_values", numbers(c.aux_values()))
         .str();
 }
 
 std::string nrCell(const NrCellInfoType& c) {
-    return Fields()
-        .message("plmn", c.has_plmn(), c.plmn(), plmn)
-        .num("cell_identity", c.cell_identity())
-        .add("band", band(c.band()))
-        .num("freq", c.freq())
-        .num("pci", c.pci())
+    return cellFields(c)
         .add("scs", scs(c.scs()))
         .num("aux_value", c.aux_value())
         .add("aux_values", numbers(c.aux_values()))
