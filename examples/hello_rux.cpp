@@ -76,7 +76,7 @@ int sendCellList() {
     cell_list_entry_s& cell = info.lte_cell_list[0];
     cell.cell_info.plmn = {310, 260, 1};
     cell.cell_info.cell_identity = 0x1A2B3C;
-    cell.cell_info.band = 3;
+    cell.cell_info.band = 122;  // E-UTRA band 3, in the service's band numbering
     cell.cell_info.freq = 1850;
     cell.cell_info.pci = 101;
     cell.param1 = RUX_VALUE_NOT_GIVEN;

@@ -377,7 +377,9 @@ TEST_F(SimTest, RejectsMalformedControlLines) {
     for (const char* line : {"frobnicate", "status", "status SET_HST_STATE_REQ BOGUS",
                              "status NOT_A_REQ STATUS_SUCCESS", "silent all maybe",
                              "value hst-state", "value submode DSDA", "indicate nothing 1",
-                             "reply 1", "reply 1 x", "blob 0g", "blob 123", "refuse"}) {
+                             "reply 1", "reply 1 x", "blob 0g", "blob 123", "refuse",
+                             "indicate cell-list CELL_BAD", "indicate cell-list CELL_INFO mcc=1",
+                             "indicate cell-list 1 nr pci=x", "indicate cell-list 1 lte size=2"}) {
         const std::string reply = sim->command(line);
         EXPECT_EQ(reply.rfind("error: ", 0), 0u) << line << " -> " << reply;
     }
