@@ -1,5 +1,5 @@
-// A minimal C++ application: registers, sends a few requests and a few queries, prints
-// every answer and waits for all of them. Only the public header and the library:
+// A minimal C++ application: registers, sends a few requests, a few queries and one cell
+// list, prints every answer and waits for all of them. Only the public header and the library:
 //
 //     c++ -std=c++17 hello_rux.cpp -lrux_client -o hello_rux_cpp
 //
@@ -56,6 +56,37 @@ void onSubmode(int tid, status_e status, submode_info_s const* info) {
     answered();
 }
 
+void onCellList(long tid, status_v2_e status) {
+    std::printf("set_cell_list_info #%ld: status %d\n", tid, status);
+    answered();
+}
+
+// The service's later feedback on the cells it was given.
+void onCellFeedback(cell_list_info_ind_s info) {
+    std::printf("cell-list feedback: %d LTE and %d NR cells\n", info.lte_cell_list_len,
+                info.nr_cell_list_len);
+}
+
+// One LTE cell the service should know about. Optional values the application does not
+// have are RUX_VALUE_NOT_GIVEN; the record is copied before set_cell_list_info returns.
+int sendCellList() {
+    set_cell_list_info_s info{};
+    info.mitigation_type = RUX_CELL_MITIGATION_INFO;
+    info.lte_cell_list_len = 1;
+    cell_list_entry_s& cell = info.lte_cell_list[0];
+    cell.cell_info.plmn = {310, 260, 1};
+    cell.cell_info.cell_identity = 0x1A2B3C;
+    cell.cell_info.band = 122;  // E-UTRA band 3, in the service's band numbering
+    cell.cell_info.freq = 1850;
+    cell.cell_info.pci = 101;
+    cell.param1 = RUX_VALUE_NOT_GIVEN;
+    cell.flag2 = RUX_VALUE_NOT_GIVEN;
+    cell.common_value = RUX_VALUE_NOT_GIVEN;
+    cell.hdr_value1 = RUX_VALUE_NOT_GIVEN;
+    cell.hdr_value2 = RUX_VALUE_NOT_GIVEN;
+    return set_cell_list_info(&info, onCellList, onCellFeedback);
+}
+
 }  // namespace
 
 int main() {
@@ -70,6 +101,7 @@ int main() {
         get_dppd_capability(onCapability),
         get_dppd_recommendation(onRecommendation),
         get_multi_sim_submode_info(onSubmode),
+        sendCellList(),
     };
     const int expected = static_cast<int>(sizeof tids / sizeof tids[0]);
     for (int tid : tids) {

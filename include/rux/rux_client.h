@@ -53,7 +53,8 @@
  * registration turns that indication off.
  *
  * Optional values. A 32-bit unsigned field documented as optional holding
- * RUX_VALUE_NOT_GIVEN is left out of the request. mcc and mnc above 999 are invalid.
+ * RUX_VALUE_NOT_GIVEN is left out of the request. mcc and mnc above 999 are invalid:
+ * the calls whose comments say so refuse a cell that has them.
  */
 #ifndef RUX_RUX_CLIENT_H
 #define RUX_RUX_CLIENT_H
@@ -196,7 +197,8 @@ typedef enum {
     RUX_ENUM_RANGE(RUX_APPLICATION_TYPE)
 } application_type_e;
 
-/* NR subcarrier spacing. */
+/* NR subcarrier spacing. set_nr_dubious_cell_array and set_cell_barring_info refuse any
+ * other value; set_dubious_cell_array_v2 sends it as "invalid" and the service decides. */
 typedef enum {
     RUX_NR5G_SCS_15 = 0,
     RUX_NR5G_SCS_30 = 1,
@@ -405,12 +407,15 @@ typedef struct {
 typedef struct {
     cell_info_s cell_info;
     uint32_t cause_bitmask;
-    cell_feedback_cause_e feedback_cause;
-    uint8_t shared_plmn_len;
+    cell_feedback_cause_e feedback_cause; /* an unknown cause arrives as CONFLICT */
+    uint8_t shared_plmn_len;              /* 0 unless the service marked shared PLMNs given */
     plmn_id_s shared_plmn[MAX_SIZE_SHARED_PLMN];
 } cell_list_feedback_entry_s;
 
-/* Cell-list indication record; fields past each list's length are zero. */
+/* Cell-list indication record; fields past each list's length are zero. Each list holds
+ * at most MAX_SIZE_CELL_LIST cells and each cell MAX_SIZE_SHARED_PLMN shared PLMNs: what
+ * the service sends beyond that is left out. An unknown mitigation type arrives as
+ * RUX_CELL_MITIGATION_PREFERRED. */
 typedef struct {
     cell_mitigation_type_e mitigation_type;
     uint8_t lte_cell_list_len;
@@ -518,28 +523,35 @@ RUX_EXPORT int set_out_of_service_state(slot_id_e slot, scan_state_e state, rux_
 RUX_EXPORT int set_l2nr_selection(slot_id_e slot, rux_response_cb cb);
 RUX_EXPORT int enable_cell_barring_feature(slot_id_e slot, bool enable, rux_response_cb cb);
 
-/* A null record, a non-zero count with a null list, or a cell with mcc or mnc above
- * 999 completes with RUX_STATUS_INVALID_ARG; a bad slot with RUX_STATUS_INVALID_SLOT. */
+/* Checked in this order: a null record, then a non-zero count with a null list (NR
+ * first) complete with RUX_STATUS_INVALID_ARG; a bad slot with RUX_STATUS_INVALID_SLOT;
+ * then the NR cells and the LTE cells as set_nr_dubious_cell_array and
+ * set_lte_dubious_cell_array check them. Only the first MAX_DUBIOUS_CELLS cells of each
+ * list are read and sent. */
 RUX_EXPORT int set_cell_barring_info(slot_id_e slot, cell_barring_info_s const* info,
                                      rux_response_cb cb);
 
-/* A null record, a threshold below -1 or an unknown traffic direction completes with
- * RUX_STATUS_INVALID_ARG, a bad slot with RUX_STATUS_INVALID_SLOT. An unknown
- * application type is not an error: it is sent as "unspecified". */
+/* Checked in this order: a null record or a threshold below -1 completes with
+ * RUX_STATUS_INVALID_ARG, a bad slot with RUX_STATUS_INVALID_SLOT, an unknown traffic
+ * direction with RUX_STATUS_INVALID_ARG. An unknown application type is not an error:
+ * it is sent as "unspecified". */
 RUX_EXPORT int set_data_stall_parameters(slot_id_e slot, data_stall_params_s const* params,
                                          rux_response_cb cb);
 
-/* `count` cells from `cells`; only the first MAX_DUBIOUS_CELLS are sent. A cell with
- * mcc or mnc above 999 (or, for NR, an unknown scs), or a null `cells` with a non-zero
- * count, completes with RUX_STATUS_INVALID_ARG; a bad slot with RUX_STATUS_INVALID_SLOT. */
+/* `count` cells from `cells`; only the first MAX_DUBIOUS_CELLS are read and sent.
+ * Checked in this order: a null `cells` with a non-zero count completes with
+ * RUX_STATUS_INVALID_ARG, a bad slot with RUX_STATUS_INVALID_SLOT, then a cell with mcc
+ * or mnc above 999, or an NR cell whose scs is not an nr5g_scs_type_e value, with
+ * RUX_STATUS_INVALID_ARG (such an scs is refused, not sent as "invalid"). */
 RUX_EXPORT int set_lte_dubious_cell_array(slot_id_e slot, unsigned long count,
                                           lte_dubious_cell_info_s const* cells, rux_response_cb cb);
 RUX_EXPORT int set_nr_dubious_cell_array(slot_id_e slot, unsigned long count,
                                          nr_dubious_cell_info_s const* cells, rux_response_cb cb);
 
-/* Only the first MAX_PREFERRED_CELLS cells of each list are sent. A null record, a
- * non-zero count with a null list, or a cell with mcc or mnc above 999 completes with
- * RUX_STATUS_INVALID_ARG; a bad slot with RUX_STATUS_INVALID_SLOT. */
+/* Only the first MAX_PREFERRED_CELLS cells of each list are read and sent. Checked in
+ * this order: a null record, then a non-zero count with a null list (second list first)
+ * complete with RUX_STATUS_INVALID_ARG; a bad slot with RUX_STATUS_INVALID_SLOT; then a
+ * cell with mcc or mnc above 999, second list first, with RUX_STATUS_INVALID_ARG. */
 RUX_EXPORT int set_preferred_cell_list(slot_id_e slot, preferred_cell_list_s const* list,
                                        rux_response_cb cb);
 
@@ -565,13 +577,17 @@ RUX_EXPORT int get_multi_sim_submode_info(rux_submode_info_cb cb);
 /* Sends `info` and installs `ind_cb` (replacing any earlier one) for the service's
  * feedback on cell lists. Returns RUX_STATUS_V2_INVALID_OPERATION without a client;
  * RUX_STATUS_V2_INVALID_ARG for a null `info`, `cb` or `ind_cb`, a list longer than
- * MAX_SIZE_CELL_LIST or a cell with a shared_plmn_len above MAX_SIZE_SHARED_PLMN. */
+ * MAX_SIZE_CELL_LIST or a cell whose shared_plmn_valid is set with a shared_plmn_len
+ * above MAX_SIZE_SHARED_PLMN. `ind_cb` is installed once the three pointers are known
+ * not to be null, so it stays installed when the record is refused. mcc and mnc are not
+ * checked here; an unknown mitigation_type is sent as "dubious" (0). */
 RUX_EXPORT int set_cell_list_info(set_cell_list_info_s const* info, rux_response_v2_cb cb,
                                   rux_cell_list_info_ind_cb ind_cb);
 
 /* Returns RUX_STATUS_V2_INVALID_OPERATION without a client; RUX_STATUS_V2_INVALID_ARG
  * for a null `info` or `cb`, a bad slot, a list longer than MAX_DUBIOUS_CELLS, or a
- * cell with mcc or mnc above 999 or more than MAX_DUBIOUS_CELL_BANDS bands. */
+ * cell with mcc or mnc above 999 or more than MAX_DUBIOUS_CELL_BANDS bands. A list whose
+ * valid flag is zero is not read. An NR cell's unknown scs is sent as "invalid". */
 RUX_EXPORT int set_dubious_cell_array_v2(dubious_cell_info_v2_s const* info, rux_response_v2_cb cb);
 
 #ifdef __cplusplus

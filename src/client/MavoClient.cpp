@@ -1,7 +1,5 @@
 #include "client/MavoClient.h"
 
-#include <android/log.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
@@ -9,13 +7,11 @@
 #include <utility>
 
 #include "client/ClientLog.h"
-#include "client/EnumConversions.h"
 #include "sdk/SdkClient.h"
 
 namespace rux::client {
 
 using sdk::SdkClient;
-using sdk::SdkClientBase;
 using sdk::SdkClientEvent;
 
 std::mutex MavoClient::sInstanceLock;
@@ -23,8 +19,6 @@ std::shared_ptr<MavoClient> MavoClient::mInstance;
 std::atomic<int> MavoClient::currentTid{0};
 
 namespace {
-
-constexpr int kLastEventId = 26;
 
 void deregisterAtExit() {
     MavoClient::deregisterRuxClient();
@@ -109,24 +103,35 @@ void MavoClient::setCurrentTid(int value) {
 
 // --- the callback map ---------------------------------------------------------------------
 
-MavoClient::ErasedCallback MavoClient::takeCallback(int tid) {
+MavoClient::ErasedCallback MavoClient::takeCallback(int tid, CompletionKind kind) {
     const unsigned long key = mapKey(tid);
+    enum { kNone, kOtherKind, kTaken } outcome = kNone;
     ErasedCallback cb = nullptr;
-    bool found = false;
     size_t remaining = 0;
     {
         std::lock_guard<std::mutex> lock(mMapLock);
         auto it = mCallbackMap.find(key);
         if (it != mCallbackMap.end()) {
-            cb = it->second;
-            mCallbackMap.erase(it);
-            found = true;
+            outcome = kOtherKind;
+            if (it->second.kind == kind) {
+                cb = it->second.cb;
+                mCallbackMap.erase(it);
+                outcome = kTaken;
+            }
         }
         remaining = mCallbackMap.size();
     }
-    if (!found) {
-        MAVO_LOG("Couldn't find cb for transaction id: 0x%lu", key);
-        return nullptr;
+    switch (outcome) {
+        case kNone:
+            MAVO_LOG("Couldn't find cb for transaction id: 0x%lu", key);
+            return nullptr;
+        case kOtherKind:
+            // The service answered with a reply of another kind: the entry waits for
+            // its own.
+            MAVO_LOG("cb for transaction id: 0x%lu is not of this reply's kind; kept", key);
+            return nullptr;
+        case kTaken:
+            break;
     }
     MAVO_LOG("cb map size after remove: %d", static_cast<int>(remaining));
     return cb;
@@ -346,39 +351,19 @@ int MavoClient::sendQuery(Callback cb, VexProto::ClientEventId eventId, Fill fil
     return tid;
 }
 
-// Requests whose records are not converted by this client yet: they take an id and
-// complete with RUX_STATUS_NOT_SUPPORTED through the local reply path.
-int MavoClient::answerLocally(rux_response_cb cb, VexProto::ServiceEventId replyId,
-                              status_e status) {
-    offerFallbackCallback(cb);
+template <typename Build>
+int MavoClient::sendCellListRequest(rux_response_v2_cb cb, Build build) {
     const int tid = getNextTransactionId();
-    MAVO_LOG("transactionId: 0x%lu", static_cast<unsigned long>(tid));
+    MAVO_LOG("transactionId: 0x%ld", static_cast<long>(tid));
     setUserCallback(tid, cb);
     MAVO_LOG("cb map size after insert: %d", static_cast<int>(pendingCallbacks()));
-    MAVO_LOG("Request not handled by this client; answered with status %d",
-             static_cast<int>(status));
-    VexProto::ServiceData data;
-    const VexProto::Status wire = convertStatusToProto(status);
-    switch (replyId) {
-        case VexProto::SET_CELL_BARRING_INFO_RESP:
-            data.mutable_set_cell_barring_info_resp()->set_status(wire);
-            break;
-        case VexProto::SEND_DATA_STALL_PARAMETERS_RESP:
-            data.mutable_send_data_stall_parameters_resp()->set_status(wire);
-            break;
-        case VexProto::SET_LTE_DUBIOUS_CELL_LIST_RESP:
-            data.mutable_set_lte_dubious_cell_list_resp()->set_status(wire);
-            break;
-        case VexProto::SET_NR_DUBIOUS_CELL_LIST_RESP:
-            data.mutable_set_nr_dubious_cell_list_resp()->set_status(wire);
-            break;
-        default:
-            data.mutable_set_pref_cell_list_resp()->set_status(wire);
-            break;
+    BlobResultV2 result = build(static_cast<unsigned long>(tid));
+    if (result.second != RUX_STATUS_V2_SUCCESS) {
+        // Returned at once; no callback follows.
+        eraseCallback(tid);
+        return static_cast<int>(result.second);
     }
-    Blob blob = serialiseServiceMsg(replyId, static_cast<unsigned long>(tid), data);
-    MAVO_LOG("Returning blob.size: %d", static_cast<int>(blob.size()));
-    post(std::move(blob), true);
+    post(std::move(result.first), false);
     return tid;
 }
 
@@ -457,42 +442,59 @@ int MavoClient::setSubwayState(rux_subway_state_e state, rux_response_cb cb) {
     });
 }
 
-// TODO(next issue): convert the records (cell barring, data stall, dubious and preferred
-// cells) and send them. Until then these complete with RUX_STATUS_NOT_SUPPORTED.
-int MavoClient::setCellBarringInfo(slot_id_e, cell_barring_info_s const*, rux_response_cb cb) {
+int MavoClient::setCellBarringInfo(slot_id_e slot, cell_barring_info_s const* info,
+                                   rux_response_cb cb) {
     return onInstance([&](MavoClient& self) {
-        return self.answerLocally(cb, VexProto::SET_CELL_BARRING_INFO_RESP,
-                                  RUX_STATUS_NOT_SUPPORTED);
+        return self.sendRequest(
+            cb, true,
+            [&](unsigned long tid) { return makeSetCellBarringInfoReqBlob(tid, slot, info); },
+            makeSetCellBarringInfoRespBlob);
     });
 }
 
-int MavoClient::setDataStallParameters(slot_id_e, data_stall_params_s const*, rux_response_cb cb) {
-    return onInstance([&](MavoClient& self) {
-        return self.answerLocally(cb, VexProto::SEND_DATA_STALL_PARAMETERS_RESP,
-                                  RUX_STATUS_NOT_SUPPORTED);
-    });
-}
-
-int MavoClient::setLteDubiousCellArray(slot_id_e, unsigned long, lte_dubious_cell_info_s const*,
+int MavoClient::setDataStallParameters(slot_id_e slot, data_stall_params_s const* params,
                                        rux_response_cb cb) {
     return onInstance([&](MavoClient& self) {
-        return self.answerLocally(cb, VexProto::SET_LTE_DUBIOUS_CELL_LIST_RESP,
-                                  RUX_STATUS_NOT_SUPPORTED);
+        return self.sendRequest(
+            cb, true,
+            [&](unsigned long tid) {
+                return makeSendDataStallParametersReqBlob(tid, slot, params);
+            },
+            makeSendDataStallParametersRespBlob);
     });
 }
 
-int MavoClient::setNrDubiousCellArray(slot_id_e, unsigned long, nr_dubious_cell_info_s const*,
-                                      rux_response_cb cb) {
+int MavoClient::setLteDubiousCellArray(slot_id_e slot, unsigned long count,
+                                       lte_dubious_cell_info_s const* cells, rux_response_cb cb) {
     return onInstance([&](MavoClient& self) {
-        return self.answerLocally(cb, VexProto::SET_NR_DUBIOUS_CELL_LIST_RESP,
-                                  RUX_STATUS_NOT_SUPPORTED);
+        return self.sendRequest(
+            cb, true,
+            [&](unsigned long tid) {
+                return makeSetLteDubiousCellListReqBlob(tid, slot, count, cells);
+            },
+            makeSetLteDubiousCellListRespBlob);
     });
 }
 
-int MavoClient::setPreferredCellList(slot_id_e, preferred_cell_list_s const*, rux_response_cb cb) {
+int MavoClient::setNrDubiousCellArray(slot_id_e slot, unsigned long count,
+                                      nr_dubious_cell_info_s const* cells, rux_response_cb cb) {
     return onInstance([&](MavoClient& self) {
-        return self.answerLocally(cb, VexProto::SET_PREFERRED_CELL_LIST_RESP,
-                                  RUX_STATUS_NOT_SUPPORTED);
+        return self.sendRequest(
+            cb, true,
+            [&](unsigned long tid) {
+                return makeSetNrDubiousCellListReqBlob(tid, slot, count, cells);
+            },
+            makeSetNrDubiousCellListRespBlob);
+    });
+}
+
+int MavoClient::setPreferredCellList(slot_id_e slot, preferred_cell_list_s const* list,
+                                     rux_response_cb cb) {
+    return onInstance([&](MavoClient& self) {
+        return self.sendRequest(
+            cb, true,
+            [&](unsigned long tid) { return makeSetPreferredCellListReqBlob(tid, slot, list); },
+            makeSetPreferredCellListRespBlob);
     });
 }
 
@@ -544,20 +546,19 @@ int MavoClient::getMultiSimSubmodeInfo(rux_submode_info_cb cb) {
     });
 }
 
-// TODO(next issue): convert set_cell_list_info_s and dubious_cell_info_v2_s. Until then,
-// after the checks that need no conversion, both return RUX_STATUS_V2_NOT_SUPPORTED and
-// no callback follows.
 int MavoClient::setCellListInfo(set_cell_list_info_s const* info, rux_response_v2_cb cb,
                                 rux_cell_list_info_ind_cb indCb) {
     return guarded(static_cast<int>(RUX_STATUS_V2_INTERNAL_ERR), [&] {
         auto self = instanceForRequest();
         if (!self) return static_cast<int>(RUX_STATUS_V2_INVALID_OPERATION);
-        if (info == nullptr || cb == nullptr || indCb == nullptr)
+        if (cb == nullptr || indCb == nullptr) return static_cast<int>(RUX_STATUS_V2_INVALID_ARG);
+        if (info == nullptr) {
+            MAVO_LOG("info is null");
             return static_cast<int>(RUX_STATUS_V2_INVALID_ARG);
+        }
         self->setCellListIndCallback(indCb);
-        MAVO_LOG("Request not handled by this client; returning %d",
-                 static_cast<int>(RUX_STATUS_V2_NOT_SUPPORTED));
-        return static_cast<int>(RUX_STATUS_V2_NOT_SUPPORTED);
+        return self->sendCellListRequest(
+            cb, [&](unsigned long tid) { return makeSetCellListInfoReqBlob(tid, *info); });
     });
 }
 
@@ -569,241 +570,16 @@ int MavoClient::setDubiousCellArrayV2(dubious_cell_info_v2_s const* info, rux_re
             MAVO_LOG("cb is null");
             return static_cast<int>(RUX_STATUS_V2_INVALID_ARG);
         }
-        if (info == nullptr) return static_cast<int>(RUX_STATUS_V2_INVALID_ARG);
-        MAVO_LOG("Request not handled by this client; returning %d",
-                 static_cast<int>(RUX_STATUS_V2_NOT_SUPPORTED));
-        return static_cast<int>(RUX_STATUS_V2_NOT_SUPPORTED);
+        if (info == nullptr) {
+            MAVO_LOG("info is null");
+            return static_cast<int>(RUX_STATUS_V2_INVALID_ARG);
+        }
+        return self->sendCellListRequest(cb, [&](unsigned long tid) {
+            BlobResultV2 result = makeSetDubiousCellListV2ReqBlob(tid, *info);
+            if (result.second != RUX_STATUS_V2_SUCCESS) MAVO_LOG("serialization was unsuccessful");
+            return result;
+        });
     });
-}
-
-// --- replies and indications ---------------------------------------------------------------
-
-void MavoClient::blobListener(SdkStatus status, const std::vector<uint8_t>& blob) {
-    try {
-        MAVO_LOG("MavoClient::blobListener status: %d", static_cast<int>(status));
-        if (mDeregistered.load()) {
-            // Deregistered: nothing reaches the application any more.
-            MAVO_LOG("MavoClient::blobListener end");
-            return;
-        }
-        switch (status) {
-            case SdkClientBase::RESPONSE:
-                handleResponse(blob);
-                return;
-            case SdkClientBase::SEND_FAILED:
-                triggerServiceStatusCb(RUX_STATUS_INTERNAL_ERR);
-                break;
-            case SdkClientBase::SERVICE_DOWN:
-                triggerServiceStatusCb(RUX_STATUS_SERVICE_DOWN);
-                break;
-            case SdkClientBase::SERVICE_UP:
-                break;
-            default:
-                MAVO_LOG("Unknown internal status %d", static_cast<int>(status));
-                break;
-        }
-        MAVO_LOG("MavoClient::blobListener end");
-    } catch (const std::exception& e) {
-        MAVO_LOG("blobListener failed: %s", e.what());
-    } catch (...) {
-        MAVO_LOG("blobListener failed");
-    }
-}
-
-void MavoClient::deliverPlainReply(int tid, VexProto::Status status) {
-    rux_response_cb cb = getUserCallBack<rux_response_cb>(tid);
-    if (cb == nullptr) cb = mFallbackCb.load();
-    if (cb != nullptr) cb(tid, convertProtoStatusToClient(status));
-}
-
-void MavoClient::deliverV2Reply(int tid, VexProto::Status status, bool eraseAgain) {
-    rux_response_v2_cb cb = getUserCallBack<rux_response_v2_cb>(tid);
-    if (cb == nullptr) {
-        if (eraseAgain)
-            MAVO_LOG("Stored cb is null!");
-        else
-            MAVO_LOG("can't find cb for txn id: %d", tid);
-        return;
-    }
-    cb(static_cast<long>(tid), convertProtoStatusToClientV2(status));
-    if (eraseAgain) eraseCallback(tid);
-}
-
-namespace {
-
-data_recommendation_s toClient(const VexProto::VexDataRecommendation& r) {
-    return {convertRecommendationActionToClient(r.action()),
-            convertRecommendationSubsToClient(r.subs())};
-}
-
-submode_info_s toClient(const VexProto::VexMultiSimSubModeInfo& info) {
-    return {convertSubModeToClient(info.sub_mode()),
-            convertTxConcurrencyToClient(info.tx_concurrency())};
-}
-
-}  // namespace
-
-void MavoClient::handleResponse(const std::vector<uint8_t>& blob) {
-    MAVO_LOG("MavoClient RESPONSE");
-    VexProto::ServiceMsg msg;
-    // A bad blob decodes as far as it goes; what is missing reads as defaults.
-    (void)msg.ParseFromArray(blob.data(), static_cast<int>(blob.size()));
-    const VexProto::ServiceData& data = msg.data();
-    const int eventId = static_cast<int>(msg.event_id());
-    const int tid = static_cast<int>(msg.transaction_id());
-    MAVO_LOG("VEX event id: %d", eventId);
-    if (eventId < 0 || eventId > kLastEventId) {
-        __android_log_print(ANDROID_LOG_ERROR, nullptr, "Unknown VEX proto event!");
-        return;
-    }
-    // Each payload sits in the oneof case one above its event id; anything else is
-    // dropped without a word.
-    if (static_cast<int>(data.msg_type_case()) != eventId + 1) {
-        MAVO_LOG("MavoClient::blobListener end");
-        return;
-    }
-
-    switch (eventId) {
-        case VexProto::SET_COVERAGE_STATE_RESP:
-            MAVO_LOG("set_coverage_state_resp");
-            deliverPlainReply(tid, data.set_coverage_state_resp().status());
-            break;
-        case VexProto::SET_HST_STATE_RESP:
-            MAVO_LOG("set_hst_state_resp");
-            deliverPlainReply(tid, data.set_hst_state_resp().status());
-            break;
-        case VexProto::GET_HST_STATE_RESP: {
-            MAVO_LOG("get_hst_state_resp");
-            const auto& resp = data.get_hst_state_resp();
-            if (auto cb = getUserCallBack<rux_get_hst_state_cb>(tid))
-                cb(tid, convertProtoStatusToClient(resp.status()),
-                   convertProtoHstStateToClient(resp.hst_state()));
-            break;
-        }
-        case VexProto::HST_STATE_CHANGE_IND:
-            MAVO_LOG("hst_state_change_ind");
-            triggerHstStateChangeCb(
-                convertProtoHstStateToClient(data.hst_state_change_ind().hst_state()));
-            break;
-        case VexProto::SET_CELL_BARRING_INFO_RESP:
-            MAVO_LOG("set_cell_barring_info_resp");
-            deliverPlainReply(tid, data.set_cell_barring_info_resp().status());
-            break;
-        case VexProto::ENABLE_CELL_BARRING_FEATURE_RESP:
-            MAVO_LOG("enable_cell_barring_feature_resp");
-            deliverPlainReply(tid, data.enable_cell_barring_feature_resp().status());
-            break;
-        case VexProto::SEND_DATA_STALL_PARAMETERS_RESP:
-            MAVO_LOG("send_data_stall_parameters_resp");
-            deliverPlainReply(tid, data.send_data_stall_parameters_resp().status());
-            break;
-        case VexProto::SET_L2NR_SELECTION_RESP:
-            MAVO_LOG("set_l2nr_selection_resp");
-            deliverPlainReply(tid, data.set_l2nr_selection_resp().status());
-            break;
-        case VexProto::SET_OUT_OF_SERVICE_RESP:
-            MAVO_LOG("set_out_of_service_resp");
-            deliverPlainReply(tid, data.set_out_of_service_resp().status());
-            break;
-        case VexProto::SET_LTE_DUBIOUS_CELL_LIST_RESP:
-            MAVO_LOG("set_lte_dubious_cell_list_resp");
-            deliverPlainReply(tid, data.set_lte_dubious_cell_list_resp().status());
-            break;
-        case VexProto::SET_NR_DUBIOUS_CELL_LIST_RESP:
-            MAVO_LOG("set_nr_dubious_cell_list_resp");
-            deliverPlainReply(tid, data.set_nr_dubious_cell_list_resp().status());
-            break;
-        case VexProto::SERVICE_STATUS_IND:
-            MAVO_LOG("service_status_ind");
-            triggerServiceStatusCb(convertProtoStatusToClient(data.service_status_ind().status()));
-            break;
-        case VexProto::GET_DPPD_CAPABILITY_RESP: {
-            MAVO_LOG("get_dppd_capabaility_resp");
-            bool capable = data.get_dppd_capabaility_resp().capable();
-            // The DPPD completions always report success, whatever the reply holds.
-            if (auto cb = getUserCallBack<rux_dppd_flag_cb>(tid))
-                cb(tid, RUX_STATUS_SUCCESS, &capable);
-            break;
-        }
-        case VexProto::UPDATE_DPPD_UI_RESP: {
-            MAVO_LOG("update_dppd_ui_resp");
-            bool enabled = data.update_dppd_ui_resp().ui_option_enabled();
-            if (auto cb = getUserCallBack<rux_dppd_flag_cb>(tid))
-                cb(tid, RUX_STATUS_SUCCESS, &enabled);
-            break;
-        }
-        case VexProto::NOTIFY_DPPD_CAPABILITY_IND:
-            MAVO_LOG("notify_dppd_capability_ind");
-            triggeNotifyDppdCapabilityCb(data.notify_dppd_capability_ind().capable());
-            break;
-        case VexProto::GET_DPPD_RECOMMENDATION_RESP: {
-            MAVO_LOG("get_dppd_recommendation_resp");
-            data_recommendation_s recommendation =
-                toClient(data.get_dppd_recommendation_resp().vex_data_recommendation());
-            if (auto cb = getUserCallBack<rux_dppd_recommendation_cb>(tid))
-                cb(tid, RUX_STATUS_SUCCESS, &recommendation);
-            break;
-        }
-        case VexProto::NOTIFY_DPPD_RECOMMENDATION_IND:
-            MAVO_LOG("notify_dppd_recommendation_ind");
-            triggerNotifyDppdRecommendationCb(
-                toClient(data.notify_dppd_recommendation_ind().vex_data_recommendation()));
-            break;
-        case VexProto::GET_MULTI_SIM_MODE_INFO_RESP: {
-            MAVO_LOG("get_multi_sim_mode_info_resp");
-            const auto& resp = data.get_multi_sim_mode_info_resp();
-            const submode_info_s info = toClient(resp.vex_multi_sim_sub_mode_info());
-            if (auto cb = getUserCallBack<rux_submode_info_cb>(tid))
-                cb(tid, convertProtoStatusToClient(resp.status()), &info);
-            break;
-        }
-        case VexProto::NOTIFY_MULTI_SIM_SUB_MODE_INFO_IND:
-            MAVO_LOG("notify_multi_sim_mode_info_ind");
-            triggerNotifyMultiSimSubmodeInfoCb(
-                toClient(data.notify_multi_sim_mode_info_ind().vex_multi_sim_sub_mode_info()));
-            break;
-        case VexProto::SET_PREFERRED_CELL_LIST_RESP:
-            MAVO_LOG("set_pref_cell_list_resp");
-            deliverPlainReply(tid, data.set_pref_cell_list_resp().status());
-            break;
-        case VexProto::SET_FLIGHT_MODE_STATE_RESP:
-            MAVO_LOG("set_flight_mode_state_resp");
-            deliverPlainReply(tid, data.set_flight_mode_state_resp().status());
-            break;
-        case VexProto::SET_DEVICE_FOLD_STATE_RESP:
-            MAVO_LOG("set_device_fold_state_resp");
-            deliverPlainReply(tid, data.set_device_fold_state_resp().status());
-            break;
-        case VexProto::SET_CELL_LIST_INFO_RESP:
-            MAVO_LOG("set_cell_list_info_resp");
-            deliverV2Reply(tid, data.set_cell_list_info_resp().status(), true);
-            break;
-        case VexProto::CELL_LIST_INFO_IND_RESP:
-            // TODO(next issue): convert the feedback into cell_list_info_ind_s and call
-            // the indication callback. Until then the feedback is dropped here.
-            MAVO_LOG("cell_list_info_ind_resp");
-            if (mCellListIndCb.load() == nullptr)
-                MAVO_LOG("ind function is null!");
-            else
-                MAVO_LOG("cell-list feedback not converted by this client; dropped");
-            break;
-        case VexProto::SET_SUBWAY_STATE_RESP:
-            MAVO_LOG("set_subway_state_resp");
-            deliverPlainReply(tid, data.set_subway_state_resp().status());
-            break;
-        case VexProto::SUBWAY_STATE_CHANGE_IND:
-            MAVO_LOG("subway_state_change_ind");
-            triggerSubwayStateChangeCb(
-                convertProtoSubwayStateToClient(data.subway_state_change_ind().subway_state()));
-            break;
-        case VexProto::SET_DUBIOUS_LIST_V2_RESP:
-            MAVO_LOG("SET_DUBIOUS_LIST_V2_RESP");
-            deliverV2Reply(tid, data.vex_status_resp().status(), false);
-            break;
-        default:
-            break;
-    }
-    MAVO_LOG("MavoClient::blobListener end");
 }
 
 }  // namespace rux::client

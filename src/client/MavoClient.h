@@ -1,7 +1,8 @@
 // MavoClient: the one object behind the C interface. It hands out transaction ids,
 // keeps each request's completion callback under its id, turns C calls into VexProto
-// requests posted to the SDK thread, and dispatches replies and indications to the
-// application's callbacks (blobListener).
+// requests posted to the SDK thread (MavoClient.cpp, with the conversions in
+// EnumConversions, CellConversions and RequestBlobs), and dispatches replies and
+// indications to the application's callbacks (blobListener, ReplyDispatch.cpp).
 //
 // Threads:
 // - The static fronts (one per C function) run on application threads.
@@ -12,7 +13,8 @@
 //
 // Shared state: the callback pointers are atomics (last writer wins, as plain stores
 // would); the fallback callback is set once by compare-and-swap. mMapLock guards the
-// callback map only and is held for one insert, or one find-and-erase, never while a
+// callback map only and is held for one insert, or one find-and-erase (which checks the
+// entry's kind first and leaves an entry of another kind in place), never while a
 // callback runs. currentTid is an atomic counter. mInstance is guarded by
 // sInstanceLock, held only to read or replace the pointer.
 //
@@ -24,9 +26,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <type_traits>
 #include <vector>
 
 #include "client/RequestBlobs.h"
@@ -34,6 +38,40 @@
 #include "sdk/SdkBase.h"
 
 namespace rux::client {
+
+// The completion types of the C interface. The callback map keeps each callback's kind
+// beside it, so a reply of one kind can never call a callback of another through the
+// wrong type.
+enum class CompletionKind : uint8_t {
+    Plain,
+    GetHst,
+    DppdFlag,
+    DppdRecommendation,
+    SubmodeInfo,
+    V2
+};
+
+template <typename>
+inline constexpr bool kNotACompletionType = false;
+template <typename Callback>
+constexpr CompletionKind completionKindOf() {
+    if constexpr (std::is_same_v<Callback, rux_response_cb>)
+        return CompletionKind::Plain;
+    else if constexpr (std::is_same_v<Callback, rux_get_hst_state_cb>)
+        return CompletionKind::GetHst;
+    else if constexpr (std::is_same_v<Callback, rux_dppd_flag_cb>)
+        return CompletionKind::DppdFlag;
+    else if constexpr (std::is_same_v<Callback, rux_dppd_recommendation_cb>)
+        return CompletionKind::DppdRecommendation;
+    else if constexpr (std::is_same_v<Callback, rux_submode_info_cb>)
+        return CompletionKind::SubmodeInfo;
+    else if constexpr (std::is_same_v<Callback, rux_response_v2_cb>)
+        return CompletionKind::V2;
+    else
+        static_assert(kNotACompletionType<Callback>, "not a completion callback type");
+}
+template <typename Callback>
+inline constexpr CompletionKind kCompletionKind = completionKindOf<Callback>();
 
 class MavoClient : public sdk::SdkBase {
 public:
@@ -95,17 +133,20 @@ public:
 
     // --- the callback map ------------------------------------------------------------
 
-    // Stores (or replaces) the callback for `tid`; a null callback is stored too.
+    // Stores (or replaces) the callback for `tid` with its kind; a null callback is
+    // stored too.
     template <typename Callback>
     void setUserCallback(int tid, Callback cb) {
         std::lock_guard<std::mutex> lock(mMapLock);
-        mCallbackMap[mapKey(tid)] = reinterpret_cast<ErasedCallback>(cb);
+        mCallbackMap[mapKey(tid)] = {kCompletionKind<Callback>,
+                                     reinterpret_cast<ErasedCallback>(cb)};
     }
-    // Takes the callback for `tid` out of the map: null (with "Couldn't find cb for
-    // transaction id: 0x%lu") when there is none.
+    // Takes the callback for `tid` out of the map when it is of this kind: null (with
+    // "Couldn't find cb for transaction id: 0x%lu") when there is none; null, with the
+    // entry kept for its own reply, when the stored one is of another kind.
     template <typename Callback>
     Callback getUserCallBack(int tid) {
-        return reinterpret_cast<Callback>(takeCallback(tid));
+        return reinterpret_cast<Callback>(takeCallback(tid, kCompletionKind<Callback>));
     }
     size_t pendingCallbacks() const;
 
@@ -143,7 +184,7 @@ private:
     static unsigned long mapKey(int tid) {
         return static_cast<unsigned long>(static_cast<long>(tid));
     }
-    ErasedCallback takeCallback(int tid);
+    ErasedCallback takeCallback(int tid, CompletionKind kind);
     void eraseCallback(int tid);
 
     // The instance when it can take requests (it has an SDK client); otherwise null
@@ -162,13 +203,17 @@ private:
     // A request with an empty payload built here (DPPD, multi-SIM queries).
     template <typename Callback, typename Fill>
     int sendQuery(Callback cb, VexProto::ClientEventId eventId, Fill fill);
-    // A request that is answered here with `status`, not sent.
-    int answerLocally(rux_response_cb cb, VexProto::ServiceEventId replyId, status_e status);
+    // The steps of a cell-list request: id, stored callback, the request blob, posted; a
+    // failed conversion erases the entry and returns its negative status instead.
+    template <typename Build>
+    int sendCellListRequest(rux_response_v2_cb cb, Build build);
     void post(std::vector<unsigned char> blob, bool toClient);
 
+    // Reply dispatch (ReplyDispatch.cpp).
     void handleResponse(const std::vector<uint8_t>& blob);
     void deliverPlainReply(int tid, VexProto::Status status);
     void deliverV2Reply(int tid, VexProto::Status status, bool eraseAgain);
+    void deliverCellListFeedback(const VexProto::CellListInfoIndResp& feedback);
 
     std::atomic<rux_status_cb> mServiceStatusCb{nullptr};
     std::atomic<rux_response_cb> mFallbackCb{nullptr};
@@ -180,8 +225,12 @@ private:
     std::atomic<rux_cell_list_info_ind_cb> mCellListIndCb{nullptr};
     std::atomic<bool> mDeregistered{false};
 
+    struct PendingCallback {
+        CompletionKind kind;
+        ErasedCallback cb;
+    };
     mutable std::mutex mMapLock;
-    std::map<unsigned long, ErasedCallback> mCallbackMap;  // guarded by mMapLock
+    std::map<unsigned long, PendingCallback> mCallbackMap;  // guarded by mMapLock
 
     static std::mutex sInstanceLock;
     static std::shared_ptr<MavoClient> mInstance;  // guarded by sInstanceLock

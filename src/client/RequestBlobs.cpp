@@ -1,5 +1,9 @@
 #include "client/RequestBlobs.h"
 
+#include <type_traits>
+#include <utility>
+
+#include "client/CellConversions.h"
 #include "client/ClientLog.h"
 #include "client/EnumConversions.h"
 
@@ -15,22 +19,27 @@ Blob serialise(const Message& message) {
     return blob;
 }
 
-// Runs `fill` on a fresh ClientData and wraps the result. Allocation failures inside
-// protobuf surface as exceptions; they end here as RUX_STATUS_INTERNAL_ERR, the status for
-// a message that cannot be built. `function` names the builder in the log line.
+// Runs `fill` on a fresh ClientData and wraps the result in the status family `fill`
+// returns (success is 0 in both). Allocation failures inside protobuf surface as
+// exceptions; they end here as the family's internal error, the status for a message that
+// cannot be built. `function` names the builder in the log line.
 template <typename Fill>
-BlobResult buildRequest(const char* function, VexProto::ClientEventId eventId, unsigned long tid,
-                        Fill fill) {
-    BlobResult result{{}, RUX_STATUS_INTERNAL_ERR};
+auto buildRequest(const char* function, VexProto::ClientEventId eventId, unsigned long tid,
+                  Fill fill) {
+    using Status = decltype(fill(std::declval<VexProto::ClientData&>()));
+    constexpr Status internalError = std::is_same_v<Status, status_v2_e>
+                                         ? static_cast<Status>(RUX_STATUS_V2_INTERNAL_ERR)
+                                         : static_cast<Status>(RUX_STATUS_INTERNAL_ERR);
+    std::pair<Blob, Status> result{{}, internalError};
     try {
         VexProto::ClientData data;
         result.second = fill(data);
-        if (result.second == RUX_STATUS_SUCCESS) {
+        if (result.second == 0) {
             result.first = serialiseClientMsg(eventId, tid, data);
-            if (result.first.empty()) result.second = RUX_STATUS_INTERNAL_ERR;
+            if (result.first.empty()) result.second = internalError;
         }
     } catch (...) {
-        result = {{}, RUX_STATUS_INTERNAL_ERR};
+        result = {{}, internalError};
     }
     SdkLog::print(kLogLevel, kLogTag, kLogSource, function, __LINE__,
                   "Returning result: %d, blob.size: %d", static_cast<int>(result.second),
@@ -145,6 +154,60 @@ BlobResult makeSetSubwayStateReqBlob(unsigned long tid, rux_subway_state_e state
     });
 }
 
+BlobResult makeSetCellBarringInfoReqBlob(unsigned long tid, slot_id_e slot,
+                                         const cell_barring_info_s* info) {
+    return buildRequest(__func__, VexProto::SET_CELL_BARRING_INFO_REQ, tid, [&](auto& data) {
+        return convertSetCellBarringInfoReqToProto(*data.mutable_set_cell_barring_info_req(), slot,
+                                                   info);
+    });
+}
+
+BlobResult makeSendDataStallParametersReqBlob(unsigned long tid, slot_id_e slot,
+                                              const data_stall_params_s* params) {
+    return buildRequest(__func__, VexProto::SEND_DATA_STALL_PARAMETERS_REQ, tid, [&](auto& data) {
+        return convertDataStallParamsToProto(*data.mutable_send_data_stall_parameters_req(), slot,
+                                             params);
+    });
+}
+
+BlobResult makeSetLteDubiousCellListReqBlob(unsigned long tid, slot_id_e slot, unsigned long count,
+                                            const lte_dubious_cell_info_s* cells) {
+    return buildRequest(__func__, VexProto::SET_LTE_DUBIOUS_CELL_LIST_REQ, tid, [&](auto& data) {
+        return convertLteDubiousCellListToProto(*data.mutable_set_lte_dubious_cell_list_req(), slot,
+                                                count, cells);
+    });
+}
+
+BlobResult makeSetNrDubiousCellListReqBlob(unsigned long tid, slot_id_e slot, unsigned long count,
+                                           const nr_dubious_cell_info_s* cells) {
+    return buildRequest(__func__, VexProto::SET_NR_DUBIOUS_CELL_LIST_REQ, tid, [&](auto& data) {
+        return convertNrDubiousCellListToProto(*data.mutable_set_nr_dubious_cell_list_req(), slot,
+                                               count, cells);
+    });
+}
+
+BlobResult makeSetPreferredCellListReqBlob(unsigned long tid, slot_id_e slot,
+                                           const preferred_cell_list_s* list) {
+    return buildRequest(__func__, VexProto::SET_PREFERRED_CELL_LIST_REQ, tid, [&](auto& data) {
+        return convertSetPreferredCellListReqToProto(*data.mutable_set_pref_cell_list_req(), slot,
+                                                     list);
+    });
+}
+
+BlobResultV2 makeSetCellListInfoReqBlob(unsigned long tid, const set_cell_list_info_s& info) {
+    return buildRequest(__func__, VexProto::SET_CELL_LIST_INFO_REQ, tid, [&](auto& data) {
+        return convertSetCellListInfoReqToProto(*data.mutable_set_cell_list_info_req(), info);
+    });
+}
+
+BlobResultV2 makeSetDubiousCellListV2ReqBlob(unsigned long tid,
+                                             const dubious_cell_info_v2_s& info) {
+    return buildRequest(__func__, VexProto::SET_DUBIOUS_LIST_V2_REQ, tid, [&](auto& data) {
+        return convertSetDubiousCellListV2ReqToProto(*data.mutable_set_dubious_cell_list_v2_req(),
+                                                     info);
+    });
+}
+
 // --- local replies -----------------------------------------------------------------------
 
 Blob makeSetCoverageStateRespBlob(unsigned long tid, status_e status) {
@@ -200,6 +263,39 @@ Blob makeSetSubwayStateRespBlob(unsigned long tid, status_e status) {
     return buildReply(
         __func__, VexProto::SET_SUBWAY_STATE_RESP, tid, status,
         [](auto& data, auto wire) { data.mutable_set_subway_state_resp()->set_status(wire); });
+}
+
+Blob makeSetCellBarringInfoRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_CELL_BARRING_INFO_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_cell_barring_info_resp()->set_status(wire); });
+}
+
+Blob makeSendDataStallParametersRespBlob(unsigned long tid, status_e status) {
+    return buildReply(__func__, VexProto::SEND_DATA_STALL_PARAMETERS_RESP, tid, status,
+                      [](auto& data, auto wire) {
+                          data.mutable_send_data_stall_parameters_resp()->set_status(wire);
+                      });
+}
+
+Blob makeSetLteDubiousCellListRespBlob(unsigned long tid, status_e status) {
+    return buildReply(__func__, VexProto::SET_LTE_DUBIOUS_CELL_LIST_RESP, tid, status,
+                      [](auto& data, auto wire) {
+                          data.mutable_set_lte_dubious_cell_list_resp()->set_status(wire);
+                      });
+}
+
+Blob makeSetNrDubiousCellListRespBlob(unsigned long tid, status_e status) {
+    return buildReply(__func__, VexProto::SET_NR_DUBIOUS_CELL_LIST_RESP, tid, status,
+                      [](auto& data, auto wire) {
+                          data.mutable_set_nr_dubious_cell_list_resp()->set_status(wire);
+                      });
+}
+
+Blob makeSetPreferredCellListRespBlob(unsigned long tid, status_e status) {
+    return buildReply(
+        __func__, VexProto::SET_PREFERRED_CELL_LIST_RESP, tid, status,
+        [](auto& data, auto wire) { data.mutable_set_pref_cell_list_resp()->set_status(wire); });
 }
 
 }  // namespace rux::client

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 
+#include "CellRecords.h"
 #include "ClientSink.h"
 #include "LogCapture.h"
 #include "Subprocess.h"
@@ -55,6 +56,13 @@ void onDppdRecommendationInd(data_recommendation_s r) {
 }
 void onSubmodeInd(submode_info_s const* i) {
     record("submode-ind", 0, 0, i ? i->sub_mode : -9, i ? i->tx_concurrency : -9);
+}
+void onResponseV2(long tid, status_v2_e s) { record("v2", tid, s); }
+void onCellListInd(cell_list_info_ind_s info) {
+    Call call;
+    call.kind = "cell-ind";
+    call.text = describe(info);
+    sink().add(std::move(call));
 }
 
 namespace {
@@ -113,7 +121,7 @@ struct RoundTrip {
     std::vector<std::string> simSetup;  // control lines before the request
     std::function<int()> call;
     const char* kind;          // the sink kind of the completion
-    const char* requestText;   // what the sim decoded
+    std::string requestText;   // what the sim decoded
     int status;
     int value1 = 0;
     int value2 = 0;
@@ -121,6 +129,14 @@ struct RoundTrip {
 void PrintTo(const RoundTrip& c, std::ostream* os) { *os << c.name; }
 
 class RoundTripTest : public ClientE2E, public ::testing::WithParamInterface<RoundTrip> {};
+
+// The sample cells of CellRecords.h as rux-sim shows them.
+const std::string kLteText =
+    "{plmn: {mcc: 310, mnc: 260, mnc_includes_pcs_digit: true}, cell_identity: 1715004, band: "
+    "E_UTRA_OPERATING_BAND_3, freq: 1850, pci: 101, aux_value: 7, aux_values: []}";
+const std::string kNrText =
+    "{plmn: {mcc: 311, mnc: 480, mnc_includes_pcs_digit: false}, cell_identity: 38654705665, "
+    "band: NR5G_BAND_257, freq: 628000, pci: 500, scs: NR5G_SCS_30, aux_value: 9, aux_values: []}";
 
 TEST_P(RoundTripTest, ReachesTheServiceAndCompletesWithConvertedValuesOnAnotherThread) {
     const auto& c = GetParam();
@@ -211,7 +227,81 @@ INSTANTIATE_TEST_SUITE_P(
         RoundTrip{"SubmodeInvalidConcurrency", {"value submode DSDS TX_CONCURRENCY_INVALID"},
                   [] { return get_multi_sim_submode_info(onSubmode); }, "submode",
                   "GET_MULTI_SUM_SUBMODE_INFO_REQ {}", 0, RUX_SUBMODE_DSDS,
-                  RUX_TX_CONCURRENCY_INVALID}),
+                  RUX_TX_CONCURRENCY_INVALID},
+        // The cell records (each converter's bytes have a table of their own). Records are
+        // locals: the library copies them before returning.
+        RoundTrip{"CellBarring", {"status SET_CELL_BARRING_INFO_REQ STATUS_INVALID_OPERATION"},
+                  [] {
+                      const auto lte = sampleLteCell();
+                      const auto nr = sampleNrCell();
+                      const cell_barring_info_s info{9, 1, &lte, 1, &nr};
+                      return set_cell_barring_info(RUX_SLOT_ID_SECOND, &info, onResponse);
+                  },
+                  "response", "SET_CELL_BARRING_INFO_REQ {slot_id: SLOT_ID_SECOND, param: 9, "
+                  "lte_cell_list: [" + kLteText + "], nr_cell_list: [" + kNrText + "]}", 4},
+        RoundTrip{"DataStall", {},
+                  [] {
+                      const data_stall_params_s params{RUX_TRAFFIC_DIRECTION_UPLINK, false,
+                                                       RUX_APPLICATION_TYPE_CONV_VIDEO, 1, 2, 3, -1};
+                      return set_data_stall_parameters(RUX_SLOT_ID_THIRD, &params, onResponse);
+                  },
+                  "response", "SEND_DATA_STALL_PARAMETERS_REQ {slot_id: SLOT_ID_THIRD, params: "
+                  "{traffic_direction: UPLINK, flag: false, application_type: CONV_VIDEO, ", 0},
+        RoundTrip{"LteDubiousCells", {},
+                  [] {
+                      const auto cell = sampleLteCell();
+                      return set_lte_dubious_cell_array(RUX_SLOT_ID_FIRST, 1, &cell, onResponse);
+                  },
+                  "response", "SET_LTE_DUBIOUS_CELL_LIST_REQ {slot_id: SLOT_ID_FIRST, lte_cell_list: "
+                  "[{plmn: {mcc: 310", 0},
+        RoundTrip{"NrDubiousCells", {"status SET_NR_DUBIOUS_CELL_LIST_REQ STATUS_INVALID_ARG"},
+                  [] {
+                      const auto cell = sampleNrCell();
+                      return set_nr_dubious_cell_array(RUX_SLOT_ID_FIRST, 1, &cell, onResponse);
+                  },
+                  "response", "SET_NR_DUBIOUS_CELL_LIST_REQ {slot_id: SLOT_ID_FIRST, nr_cell_list: "
+                  "[{plmn: {mcc: 311", 1},
+        RoundTrip{"PreferredCells", {},
+                  [] {
+                      const auto cell = samplePreferredCell();
+                      const preferred_cell_list_s list{5, 0, nullptr, 1, &cell};
+                      return set_preferred_cell_list(RUX_SLOT_ID_SECOND, &list, onResponse);
+                  },
+                  "response", "SET_PREFERRED_CELL_LIST_REQ {slot_id: SLOT_ID_SECOND, param: 5, "
+                  "cell_list: [], cell_list2: [{cell_info: {plmn: {mcc: 312, mnc: 530, "
+                  "mnc_includes_pcs_digit: true}, cell_identity: 4886718345, band: "
+                  "E_UTRA_OPERATING_BAND_250, freq: 2600, pci: 42}, param1: 77, flag1: true, flag2: "
+                  "false, flag3: true, location: {latitude: -1, longitude: 2000000}}]}", 0},
+        RoundTrip{"CellListInfo", {"status SET_CELL_LIST_INFO_REQ STATUS_NOT_SUPPORTED"},
+                  [] {
+                      set_cell_list_info_s info{};
+                      info.mitigation_type = RUX_CELL_MITIGATION_PREFERRED;
+                      info.nr_cell_list_len = 1;
+                      info.nr_cell_list[0] = sampleListedCell();
+                      return set_cell_list_info(&info, onResponseV2, onCellListInd);
+                  },
+                  "v2", "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_PREFERRED, flag: false, "
+                  "lte_cell_list: [], nr_cell_list: [{cell_info: {plmn: {mcc: 313, mnc: 340, "
+                  "mnc_includes_pcs_digit: false}, cell_identity: 42, band: E_UTRA_OPERATING_BAND_6, "
+                  "freq: 5230, pci: 301}, param1_valid: true, param1: 11, flag2_valid: true, flag2: "
+                  "true, param3: 33, param4: 44, property: {common_valid: true, common: {value_valid: "
+                  "true, value: 55, flag: true, location: {latitude: -3, longitude: 4}}, hdr_valid: "
+                  "true, hdr: {value1_valid: true, value1: 66, value2_valid: true, value2: 4294967294, "
+                  "value3: 88}, rs_valid: true, rs: {shared_plmn: [{mcc: 314, mnc: 150, "
+                  "mnc_includes_pcs_digit: true}, {mcc: 315, mnc: 20, mnc_includes_pcs_digit: "
+                  "false}]}}}]}", RUX_STATUS_V2_NOT_SUPPORTED},
+        RoundTrip{"DubiousCellsV2", {"status SET_DUBIOUS_LIST_V2_REQ STATUS_INVALID_SLOT"},
+                  [] {
+                      dubious_cell_info_v2_s info{};
+                      info.lte_list_valid = info.lte_cell_list_len = 1;
+                      info.lte_cell_list[0] = sampleV2Cell();
+                      return set_dubious_cell_array_v2(&info, onResponseV2);
+                  },
+                  "v2", "SET_DUBIOUS_LIST_V2_REQ {slot_id: SLOT_ID_FIRST, lte_list_valid: true, "
+                  "lte_cell_list: [{plmn: {mcc: 316, mnc: 10, mnc_includes_pcs_digit: false}, "
+                  "cell_identity: 591751049, band: E_UTRA_OPERATING_BAND_3, freq: 100, pci: 5, "
+                  "aux_value: 0, aux_values: [1, 300]}], nr_list_valid: false, nr_cell_list: []}",
+                  RUX_STATUS_V2_INVALID_SLOT}),
     [](const ::testing::TestParamInfo<RoundTrip>& info) { return std::string(info.param.name); });
 
 // --- transaction ids and threads -------------------------------------------------------
@@ -342,6 +432,27 @@ TEST_F(ClientE2E, IndicationsReachTheirCallbacksConverted) {
     EXPECT_EQ(sink().of("submode-ind").at(0).value1, RUX_SUBMODE_DSDA);
     EXPECT_EQ(sink().of("submode-ind").at(0).value2, RUX_TX_CONCURRENCY_FULL);
     EXPECT_EQ(sink().of("status").at(0).status, RUX_STATUS_SERVICE_UP);
+}
+
+// The service's feedback on cell lists reaches the callback set_cell_list_info installed
+// (also when that call refused its record), as one whole record, every field converted.
+TEST_F(ClientE2E, CellListFeedbackReachesTheIndicationCallbackWhole) {
+    set_cell_list_info_s tooLong{};
+    tooLong.lte_cell_list_len = MAX_SIZE_CELL_LIST + 1;
+    ASSERT_EQ(set_cell_list_info(&tooLong, onResponseV2, onCellListInd), RUX_STATUS_V2_INVALID_ARG);
+    ASSERT_EQ(sim->command("indicate cell-list CELL_INFO lte mcc=310 mnc=260 pcs=1 id=6699 "
+                           "band=E_UTRA_OPERATING_BAND_3 freq=1850 pci=101 cause=5 feedback=1 "
+                           "shared=311-480-1,312-530 nr mnc=2 id=68719476735 band=277 feedback=9"),
+              "ok sent=1");
+    const Call got = sink().waitFor([](const Call& c) { return c.kind == "cell-ind"; });
+    EXPECT_EQ(got.text, "type=2 lte=[310/260/1 id=6699 band=122 freq=1850 pci=101 cause=5 fb=1 "
+                        "shared=311/480/1,312/530/0] nr=[0/2/0 id=68719476735 band=277 freq=0 pci=0 "
+                        "cause=0 fb=0 shared=] rest=0")
+        << sink().dump();
+    EXPECT_NE(got.thread, std::this_thread::get_id());
+    EXPECT_TRUE(sim->waitForLine("indication session=1 CELL_LIST_INFO_IND_RESP {mitigation_type: "
+                                 "CELL_INFO, lte_cell_list: [{cell_info: {plmn: {mcc: 310, mnc: 260"))
+        << sim->dump();
 }
 
 TEST_F(ClientE2E, UnknownEventIsOnlyLogged) {

@@ -21,6 +21,7 @@ struct Call {
     int status = 0;
     int value1 = 0;
     int value2 = 0;
+    std::string text;  // a record, rendered (cell-list feedback)
     std::thread::id thread;
 };
 
@@ -93,7 +94,7 @@ public:
         for (const auto& c : calls())
             out += "  " + c.kind + " tid=" + std::to_string(c.tid) + " status=" +
                    std::to_string(c.status) + " v=" + std::to_string(c.value1) + "," +
-                   std::to_string(c.value2) + "\n";
+                   std::to_string(c.value2) + " " + c.text + "\n";
         return out;
     }
 
@@ -118,5 +119,7 @@ void onSubwayInd(rux_subway_state_e state);
 void onDppdCapabilityInd(bool capable);
 void onDppdRecommendationInd(data_recommendation_s rec);
 void onSubmodeInd(submode_info_s const* info);
+void onResponseV2(long tid, status_v2_e status);
+void onCellListInd(cell_list_info_ind_s info);
 
 }  // namespace rux::test

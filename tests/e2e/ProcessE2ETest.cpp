@@ -52,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(
              "get_hst_state #9: status 0, state 2", "get_dppd_capability #11: status 0, capable yes",
              "get_dppd_recommendation #13: status 0, action 1, subscription 1",
              "get_multi_sim_submode_info #15: status 0, sub-mode 1, tx concurrency 0",
-             "hello_rux_cpp: 7 of 7 answered"}}),
+             "set_cell_list_info #17: status 0", "hello_rux_cpp: 8 of 8 answered"}}),
     [](const ::testing::TestParamInfo<Run>& info) { return std::string(info.param.name); });
 
 }  // namespace

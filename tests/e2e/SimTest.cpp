@@ -241,7 +241,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "SEND_DATA_STALL_PARAMETERS_REQ {slot_id: SLOT_ID_THIRD, params: "
                 "{traffic_direction: DOWNLINK, flag: false, application_type: FILE_TRANSFER, "
                 "param1: -1, param2: 0, param3: 0, param4: 30}}"},
-        LogCase{"CellListSummarised",
+        LogCase{"CellListNestedMessagesOnlyWhenPresent",
                 [](VexProto::ClientMsg& m) {
                     m.set_event_id(VexProto::SET_CELL_LIST_INFO_REQ);
                     auto* r = m.mutable_data()->mutable_set_cell_list_info_req()->mutable_set_cell_list_info();
@@ -251,7 +251,10 @@ INSTANTIATE_TEST_SUITE_P(
                     r->add_nr_cell_list();
                 },
                 "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_INFO, flag: false, lte_cell_list: "
-                "2 cells, nr_cell_list: 1 cell}"},
+                "[{param1_valid: false, param1: 0, flag2_valid: false, flag2: false, param3: 0, "
+                "param4: 0}, {param1_valid: false, param1: 0, flag2_valid: false, flag2: false, "
+                "param3: 0, param4: 0}], nr_cell_list: [{param1_valid: false, param1: 0, "
+                "flag2_valid: false, flag2: false, param3: 0, param4: 0}]}"},
         LogCase{"UnknownEnumValueAsNumber",
                 [](VexProto::ClientMsg& m) {
                     m.set_event_id(VexProto::SET_SUBWAY_STATE_REQ);
@@ -413,7 +416,9 @@ TEST_F(SimTest, RejectsMalformedControlLines) {
          {"frobnicate", "status", "status SET_HST_STATE_REQ BOGUS",
           "status NOT_A_REQ STATUS_SUCCESS", "silent all maybe", "value hst-state",
           "value submode DSDA", "indicate nothing 1", "reply 1", "reply 1 x", "blob 0g", "blob 123",
-          "refuse", "delay", "delay -1", "delay soon"}) {
+          "refuse", "delay", "delay -1", "delay soon", "indicate cell-list CELL_BAD",
+          "indicate cell-list CELL_INFO mcc=1", "indicate cell-list 1 nr pci=x",
+          "indicate cell-list 1 lte size=2"}) {
         const std::string reply = sim->command(line);
         EXPECT_EQ(reply.rfind("error: ", 0), 0u) << line << " -> " << reply;
     }

@@ -1,11 +1,13 @@
 // MavoClient: transaction ids; blobListener fed with ServiceMsg blobs built here
-// (every event id but 23, the fallback rules, consumed entries, mismatched payloads,
-// unknown events and SDK statuses); and the C interface against the real serving side
+// (every event id, the fallback rules, consumed entries, replies of another kind,
+// mismatched payloads, unknown events and SDK statuses); and the C interface against the
+// real serving side
 // of the transport (RuxIpcServer): what reaches the socket, local replies on the SDK
 // thread, service loss and reconnect, and deregistration.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <functional>
@@ -15,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "CellRecords.h"
 #include "SdkTestSupport.h"
 #include "client/MavoClient.h"
 #include "ipc/RuxIpcServer.h"
@@ -70,7 +73,11 @@ const auto onDppdRecInd =
     +[](data_recommendation_s r) { put("dppd_rec_ind", r.action, r.subscription); };
 const auto onSubmodeInd =
     +[](submode_info_s const* i) { put("submode_ind", i->sub_mode, i->tx_concurrency); };
-const auto onCellListInd = +[](cell_list_info_ind_s) { put("cell_list_ind"); };
+const auto onCellListInd =
+    +[](cell_list_info_ind_s r) { put(("cell_list_ind " + rux::test::describe(r)).c_str()); };
+const auto onCellListLengths = +[](cell_list_info_ind_s r) {
+    put("lengths", r.lte_cell_list_len, r.nr_cell_list_len, r.lte_cell_list[0].shared_plmn_len);
+};
 
 Bytes serviceBlob(int eventId, uint64_t tid, const Fill& fill) {
     VexProto::ServiceMsg msg;
@@ -237,8 +244,84 @@ TEST_P(DispatchTest, PayloadOfAnotherEventIsDroppedSilently) {
     EXPECT_EQ(client->pendingCallbacks(), stored);
 }
 
+// Event 23 has a test of its own below.
 INSTANTIATE_TEST_SUITE_P(EveryEventButCellListFeedback, DispatchTest,
                          ::testing::ValuesIn(kDispatchCases));
+
+// A reply reaches only a callback of its own kind. One of another kind for the same id
+// calls nothing (a plain one goes to the fallback, as for an unknown id) and leaves the
+// entry, which its own reply then takes. One row per kind of completion.
+TEST_F(BlobListenerTest, ReplyOfAnotherKindNeverCallsTheStoredCallback) {
+    client->offerFallbackCallback(onFallback);
+    const struct {
+        int own;            // the stored callback's reply (its kDispatchCases row)
+        int foreign;        // the reply that comes first
+        const char* first;  // what that one calls
+    } kinds[] = {{1, 26, nullptr}, {2, 0, "fallback 7 2"}, {12, 1, "fallback 7 2"},
+                 {13, 15, nullptr}, {15, 17, nullptr}, {17, 13, nullptr}, {22, 2, nullptr},
+                 {26, 12, nullptr}};
+    const auto row = [](int eventId) {
+        return *std::find_if(std::begin(kDispatchCases), std::end(kDispatchCases),
+                             [&](const DispatchCase& c) { return c.eventId == eventId; });
+    };
+    for (const auto& k : kinds) {
+        SCOPED_TRACE(k.own);
+        row(k.own).install(*client);
+        feed(serviceBlob(k.foreign, 7, row(k.foreign).fill));
+        EXPECT_EQ(calls(), k.first ? Lines{k.first} : Lines{});
+        EXPECT_EQ(client->pendingCallbacks(), 1u);
+        feed(serviceBlob(k.own, 7, row(k.own).fill));
+        EXPECT_EQ(calls().back(), row(k.own).expected);
+        EXPECT_EQ(client->pendingCallbacks(), 0u);
+        gCalls.clear();
+    }
+    EXPECT_EQ(rux::test::countEndingWith(log, "0x7 is not of this reply's kind; kept"), 8u);
+}
+
+// Event 23: the whole record by value after the fields' lines in a fixed order. An
+// unknown mitigation type (here 0) arrives as 1, an unknown cause as 0, shared PLMNs only
+// where rs_valid says so; whatever the service sends, the record holds at most 20 cells a
+// list and 6 shared PLMNs a cell.
+TEST_F(BlobListenerTest, CellListFeedbackIsLoggedInOrderAndCutToTheRecord) {
+    client->setCellListIndCallback(onCellListInd);
+    feed(serviceBlob(23, 0, FILL(auto* ind =
+        d.mutable_cell_list_info_ind_resp()->mutable_cell_list_info_ind();
+        auto* i = ind->add_lte_cell_list(); i->set_cause_bitmask(7);
+        i->set_feedback_cause(CELL_FB_CAUSE_DELETE); i->mutable_property()->set_rs_valid(true);
+        auto* p = i->mutable_property()->mutable_rs()->add_shared_plmn(); p->set_mcc(8);
+        p->set_mnc(9); p->set_mnc_includes_pcs_digit(true);
+        auto* c = i->mutable_cell_info(); c->set_cell_identity(0x900000003); c->set_band(BC_4);
+        c->set_freq(5); c->set_pci(6); c->mutable_plmn()->set_mcc(1); c->mutable_plmn()->set_mnc(2);
+        i = ind->add_nr_cell_list(); i->mutable_cell_info()->set_pci(4);
+        i->set_feedback_cause(static_cast<CellFeedbackCauseType>(7));
+        i->mutable_property()->mutable_rs()->add_shared_plmn()->set_mcc(1))));
+    EXPECT_EQ(calls(), Lines{"cell_list_ind type=1 lte=[1/2/0 id=38654705667 band=4 freq=5 "
+                             "pci=6 cause=7 fb=1 shared=8/9/1] nr=[0/0/0 id=0 band=0 freq=0 pci=4 "
+                             "cause=0 fb=0 shared=] rest=0"});
+    EXPECT_NE(rux::test::loggedTexts(log).find(
+                  "cell_list_info_ind_resp\nUnknown Mitigation type!\n"
+                  "Unknown Feedback Cause type!\nmitigation_type: 1\nlte_cell_list_len: 1\n"
+                  "nr_cell_list_len: 1\nlte cell: 0\nmcc: 1\nmnc: 2\nmnc_includes_pcs_digit: 0\n"
+                  "cell_identity: 3\nband: 4\nfreq: 5\npci: 6\ncause_bitmask: 7\n"
+                  "feedback_cause: 1\nshared_plmn_len: 1\nshared plmn: 0\n"
+                  "mcc: 8\nmnc: 9\nmnc_includes_pcs_digit: 1\nnr cell: 0\nmcc: 0\nmnc: 0\n"
+                  "mnc_includes_pcs_digit: 0\ncell_identity: 0\nband: 0\nfreq: 0\npci: 4\n"
+                  "cause_bitmask: 0\nfeedback_cause: 0\nshared_plmn_len: 0\n"
+                  "MavoClient::blobListener end"),
+              std::string::npos)
+        << log.dump();
+    gCalls.clear();
+    client->setCellListIndCallback(onCellListLengths);
+    feed(serviceBlob(23, 0, FILL(auto* ind =
+        d.mutable_cell_list_info_ind_resp()->mutable_cell_list_info_ind();
+        for (int n = 0; n < 21; ++n)
+            ind->add_lte_cell_list()->mutable_property()->set_rs_valid(true);
+        for (int n = 0; n < 7; ++n) ind->mutable_lte_cell_list(0)->mutable_property()
+                                        ->mutable_rs()->add_shared_plmn())));
+    EXPECT_EQ(calls(), Lines{"lengths 20 0 6"});
+    EXPECT_TRUE(log.contains("lte list of 21 cells: the first 20 are delivered"));
+    EXPECT_TRUE(log.contains("lte cell 0 has 7 shared PLMNs: the first 6 are delivered"));
+}
 
 // A stored entry is consumed by its reply; a plain reply without one, or with a null
 // one, goes to the fallback, which is the first one offered.
@@ -417,21 +500,35 @@ TEST_F(ClientApiTest, RequestsReachTheServiceTwoIdsApartAndRepliesTheReceiverThr
     EXPECT_EQ(calls(), Lines{"plain " + num(a) + " 0"});  // not @sdk
 }
 
-// Bad arguments, and records not yet converted, are answered by the library itself, on
-// its SDK thread, and never sent.
+// Bad arguments are answered by the library itself, on its SDK thread, and never sent;
+// those of the cell-list family are returned at once, and nothing follows them.
 TEST_F(ClientApiTest, UnconvertibleArgumentsCompleteLocallyOnTheSdkThread) {
     registerWithService();
+    set_cell_list_info_s info{};
+    info.lte_cell_list_len = MAX_SIZE_CELL_LIST + 1;
+    EXPECT_EQ(set_cell_list_info(&info, onV2, nullptr), RUX_STATUS_V2_INVALID_ARG);
+    EXPECT_EQ(set_cell_list_info(&info, onV2, onCellListInd), RUX_STATUS_V2_INVALID_ARG);
+    dubious_cell_info_v2_s v2{};
+    EXPECT_EQ(set_dubious_cell_array_v2(&v2, nullptr), RUX_STATUS_V2_INVALID_ARG);
+    EXPECT_TRUE(log.contains("cb is null"));
+    v2.slot = static_cast<slot_id_e>(3);
+    EXPECT_EQ(set_dubious_cell_array_v2(&v2, onV2), RUX_STATUS_V2_INVALID_ARG);
+    EXPECT_TRUE(log.contains("serialization was unsuccessful"));
+    const data_stall_params_s stall{};
+    const preferred_cell_list_s list{};
+    const nr_dubious_cell_info_s badScs = rux::test::with(
+        rux::test::sampleNrCell(), [](auto& c) { c.scs = static_cast<nr5g_scs_type_e>(-1); });
     const std::pair<int, int> local[] = {
         {set_hst_state(static_cast<hst_state_e>(3), onPlain), 1},
         {set_coverage_state(static_cast<slot_id_e>(3), RUX_COVERAGE_STATE_DEFAULT, onPlain), 7},
         {set_coverage_state(static_cast<slot_id_e>(-1), static_cast<coverage_state_e>(9), onPlain),
          7},
         {set_subway_state(static_cast<rux_subway_state_e>(4), onPlain), 1},
-        {set_cell_barring_info(RUX_SLOT_ID_FIRST, nullptr, onPlain), 3},
-        {set_data_stall_parameters(RUX_SLOT_ID_FIRST, nullptr, onPlain), 3},
-        {set_lte_dubious_cell_array(RUX_SLOT_ID_FIRST, 0, nullptr, onPlain), 3},
-        {set_nr_dubious_cell_array(RUX_SLOT_ID_FIRST, 0, nullptr, onPlain), 3},
-        {set_preferred_cell_list(RUX_SLOT_ID_FIRST, nullptr, onPlain), 3},
+        {set_cell_barring_info(RUX_SLOT_ID_FIRST, nullptr, onPlain), 1},
+        {set_data_stall_parameters(static_cast<slot_id_e>(3), &stall, onPlain), 7},
+        {set_lte_dubious_cell_array(RUX_SLOT_ID_FIRST, 1, nullptr, onPlain), 1},
+        {set_nr_dubious_cell_array(RUX_SLOT_ID_SECOND, 1, &badScs, onPlain), 1},
+        {set_preferred_cell_list(static_cast<slot_id_e>(-1), &list, onPlain), 7},
     };
     const int good = set_device_fold_state(RUX_DEVICE_FOLD_STATE_OPEN, onPlain);
     ASSERT_TRUE(gCalls.waitFor(std::size(local)));
@@ -441,14 +538,7 @@ TEST_F(ClientApiTest, UnconvertibleArgumentsCompleteLocallyOnTheSdkThread) {
     EXPECT_EQ(calls(), expected);
     ASSERT_TRUE(requests.waitFor(1));
     EXPECT_EQ(requests.get(), Lines{"19/" + num(good) + ": A2 01 02 08 01"});  // only this one
-
-    set_cell_list_info_s info{};
-    dubious_cell_info_v2_s v2{};
-    EXPECT_EQ(set_cell_list_info(&info, onV2, nullptr), RUX_STATUS_V2_INVALID_ARG);
-    EXPECT_EQ(set_cell_list_info(&info, onV2, onCellListInd), RUX_STATUS_V2_NOT_SUPPORTED);
-    EXPECT_EQ(set_dubious_cell_array_v2(&v2, nullptr), RUX_STATUS_V2_INVALID_ARG);
-    EXPECT_TRUE(log.contains("cb is null"));
-    EXPECT_EQ(set_dubious_cell_array_v2(&v2, onV2), RUX_STATUS_V2_NOT_SUPPORTED);
+    EXPECT_EQ(MavoClient::getInstance()->pendingCallbacks(), 1u);  // good's alone
 }
 
 TEST_F(ClientApiTest, FallbackIsTheFirstSetCallbackAndGetRequestsNeverSetIt) {

@@ -1,4 +1,5 @@
-// Request blobs and local replies of the enum-only requests, and through them the request
+// Request blobs and local replies (the cell records' converters have a table of their own,
+// CellConversionsTest), and through the enum-only requests' builders the request
 // converters of EnumConversions.h: the envelope each builder writes (event id, transaction
 // id, payload case, payload bytes), the failure it reports instead of a blob, and the log
 // lines it leaves.
@@ -145,7 +146,9 @@ const ReplyCase kReplies[] = {
     REPLY(makeGetHstStateRespBlob, 2),         REPLY(makeEnableCellBarringFeatureRespBlob, 5),
     REPLY(makeSetL2NRSelectionRespBlob, 7),    REPLY(makeSetOutOfServiceRespBlob, 8),
     REPLY(makeSetFlightModeStateRespBlob, 20), REPLY(makeSetDeviceFoldStateRespBlob, 21),
-    REPLY(makeSetSubwayStateRespBlob, 24),
+    REPLY(makeSetSubwayStateRespBlob, 24),     REPLY(makeSetCellBarringInfoRespBlob, 4),
+    REPLY(makeSendDataStallParametersRespBlob, 6), REPLY(makeSetLteDubiousCellListRespBlob, 9),
+    REPLY(makeSetNrDubiousCellListRespBlob, 10), REPLY(makeSetPreferredCellListRespBlob, 19),
 };
 
 class RequestBlobsReplyTest : public ::testing::TestWithParam<ReplyCase> {};

@@ -74,6 +74,14 @@ inline std::string join(const std::vector<std::string>& items, const char* separ
     return out;
 }
 
+// Every captured line without its "|tag|Class::function:line " prefix, one per row.
+inline std::string loggedTexts(const LogCapture& capture) {
+    std::string out;
+    for (const auto& line : capture.lines())
+        out += (out.empty() ? "" : "\n") + line.text.substr(line.text.find(' ') + 1);
+    return out;
+}
+
 // "08 01 1A 00": bytes as a failure message can show them.
 inline std::string hex(const std::string& bytes) {
     static const char digits[] = "0123456789ABCDEF";

@@ -5,17 +5,13 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "SimCells.h"
+
 namespace rux::sim {
 
 using namespace VexProto;
 
 namespace {
-
-template <typename NameFn>
-std::string nameOr(int value, NameFn name) {
-    std::string text = name(value);
-    return text.empty() ? std::to_string(value) : text;
-}
 
 std::string hst(int v) { return nameOr(v, [](int x) { return HstState_Name(x); }); }
 std::string subway(int v) { return nameOr(v, [](int x) { return SubwayState_Name(x); }); }
@@ -33,14 +29,12 @@ std::string subModeInfo(const VexMultiSimSubModeInfo& i) {
            nameOr(i.tx_concurrency(), [](int x) { return VexTxConcurrency_Name(x); }) + "}";
 }
 
-std::string cells(int n) { return std::to_string(n) + (n == 1 ? " cell" : " cells"); }
-
-std::string mitigation(int v) { return nameOr(v, [](int x) { return CellMitigationType_Name(x); }); }
-
 std::string describeClientData(int event, const ClientData& d) {
     if (d.msg_type_case() == ClientData::MSG_TYPE_NOT_SET) return "{no payload}";
     if (static_cast<int>(d.msg_type_case()) != event + 1)
         return "{payload: member " + std::to_string(static_cast<int>(d.msg_type_case())) + "}";
+    std::string cells = describeCellRequest(d);
+    if (!cells.empty()) return cells;
     std::ostringstream o;
     switch (d.msg_type_case()) {
         case ClientData::kSetCoverageStateReq: {
@@ -52,13 +46,6 @@ std::string describeClientData(int event, const ClientData& d) {
         case ClientData::kSetHstStateReq:
             o << "{hst_state: " << hst(d.set_hst_state_req().hst_state()) << "}";
             break;
-        case ClientData::kSetCellBarringInfoReq: {
-            const auto& m = d.set_cell_barring_info_req();
-            o << "{slot_id: " << slot(m.slot_id()) << ", param: " << m.param()
-              << ", lte_cell_list: " << cells(m.lte_cell_list_size())
-              << ", nr_cell_list: " << cells(m.nr_cell_list_size()) << "}";
-            break;
-        }
         case ClientData::kEnableCellBarringFeatureReq: {
             const auto& m = d.enable_cell_barring_feature_req();
             o << "{slot_id: " << slot(m.slot_id()) << ", enable: " << boolText(m.enable()) << "}";
@@ -84,29 +71,10 @@ std::string describeClientData(int event, const ClientData& d) {
               << nameOr(m.scan_state(), [](int x) { return VexScanState_Name(x); }) << "}";
             break;
         }
-        case ClientData::kSetLteDubiousCellListReq: {
-            const auto& m = d.set_lte_dubious_cell_list_req();
-            o << "{slot_id: " << slot(m.slot_id()) << ", lte_cell_list: "
-              << cells(m.lte_cell_list_size()) << "}";
-            break;
-        }
-        case ClientData::kSetNrDubiousCellListReq: {
-            const auto& m = d.set_nr_dubious_cell_list_req();
-            o << "{slot_id: " << slot(m.slot_id()) << ", nr_cell_list: "
-              << cells(m.nr_cell_list_size()) << "}";
-            break;
-        }
         case ClientData::kUpdateDppdUiReq:
             o << "{ui_option_enabled: " << boolText(d.update_dppd_ui_req().ui_option_enabled())
               << "}";
             break;
-        case ClientData::kSetPrefCellListReq: {
-            const auto& m = d.set_pref_cell_list_req();
-            o << "{slot_id: " << slot(m.slot_id()) << ", param: " << m.param()
-              << ", cell_list: " << cells(m.cell_list_size())
-              << ", cell_list2: " << cells(m.cell_list2_size()) << "}";
-            break;
-        }
         case ClientData::kSetFlightModeStateReq:
             o << "{flight_mode_state: "
               << nameOr(d.set_flight_mode_state_req().flight_mode_state(),
@@ -119,25 +87,9 @@ std::string describeClientData(int event, const ClientData& d) {
                         [](int x) { return DeviceFoldState_Name(x); })
               << "}";
             break;
-        case ClientData::kSetCellListInfoReq: {
-            const auto& m = d.set_cell_list_info_req().set_cell_list_info();
-            o << "{mitigation_type: " << mitigation(m.mitigation_type())
-              << ", flag: " << boolText(m.flag()) << ", lte_cell_list: "
-              << cells(m.lte_cell_list_size()) << ", nr_cell_list: " << cells(m.nr_cell_list_size())
-              << "}";
-            break;
-        }
         case ClientData::kSetSubwayStateReq:
             o << "{subway_state: " << subway(d.set_subway_state_req().subway_state()) << "}";
             break;
-        case ClientData::kSetDubiousCellListV2Req: {
-            const auto& m = d.set_dubious_cell_list_v2_req().set_dubious_cell_list_v2();
-            o << "{slot_id: " << slot(m.slot_id()) << ", lte_list_valid: "
-              << boolText(m.lte_list_valid()) << ", lte_cell_list: " << cells(m.lte_cell_list_size())
-              << ", nr_list_valid: " << boolText(m.nr_list_valid())
-              << ", nr_cell_list: " << cells(m.nr_cell_list_size()) << "}";
-            break;
-        }
         default:  // the requests without fields
             o << "{}";
             break;
@@ -216,13 +168,9 @@ std::string describeServiceData(int event, const ServiceData& d) {
               << subModeInfo(d.notify_multi_sim_mode_info_ind().vex_multi_sim_sub_mode_info())
               << "}";
             break;
-        case ServiceData::kCellListInfoIndResp: {
-            const auto& m = d.cell_list_info_ind_resp().cell_list_info_ind();
-            o << "{mitigation_type: " << mitigation(m.mitigation_type())
-              << ", lte_cell_list: " << cells(m.lte_cell_list_size())
-              << ", nr_cell_list: " << cells(m.nr_cell_list_size()) << "}";
+        case ServiceData::kCellListInfoIndResp:
+            o << describeCellListFeedback(d.cell_list_info_ind_resp().cell_list_info_ind());
             break;
-        }
         case ServiceData::kSubwayStateChangeInd:
             o << "{subway_state: " << subway(d.subway_state_change_ind().subway_state()) << "}";
             break;

@@ -70,6 +70,13 @@ std::optional<int> parseEnum(const std::string& text, ParseFn parse) {
     return parseNumber(text);
 }
 
+// The name `name` gives a value (a generated E_Name), or the number when it has none.
+template <typename NameFn>
+std::string nameOr(int value, NameFn name) {
+    std::string text = name(value);
+    return text.empty() ? std::to_string(value) : text;
+}
+
 // The name of a declared value, otherwise the number.
 std::string clientEventName(int event);
 std::string serviceEventName(int event);

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <sstream>
 
+#include "SimCells.h"
+
 namespace rux::sim {
 
 using ipc::RuxIpcServer;
@@ -25,6 +27,7 @@ const char* const kControlHelp =
     "indicate dppd-capability <bool>         NOTIFY_DPPD_CAPABILITY_IND\n"
     "indicate dppd-recommendation <a> <s>    NOTIFY_DPPD_RECOMMENDATION_IND\n"
     "indicate submode <sub_mode> <tx>        NOTIFY_MULTI_SIM_SUB_MODE_INFO_IND\n"
+    "indicate cell-list <type> [lte|nr k=v...]...  CELL_LIST_INFO_IND_RESP with these cells\n"
     "reply <event> <tid> [status]            any ServiceMsg (any event number) to every client\n"
     "blob <hex>                              these bytes as a blob to every client\n"
     "drop                                    disconnect every client (a crashed service)\n"
@@ -357,6 +360,9 @@ std::string Simulator::commandIndicate(const std::vector<std::string>& args) {
         auto x = parseStatus(rest[0]);
         if (!x) return error("unknown status '" + rest[0] + "'");
         msg = buildServiceMsg(SERVICE_STATUS_IND, 0, *x, values);
+    } else if (what == "cell-list") {
+        const std::string problem = parseCellListIndication(rest, msg);
+        if (!problem.empty()) return error(problem);
     } else {
         int event;
         if (what == "hst-state") event = HST_STATE_CHANGE_IND;
