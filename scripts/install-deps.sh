@@ -4,9 +4,11 @@
 set -euo pipefail
 # clang's sanitizer runtimes (libclang-rt-14-dev) are only recommended by clang, and
 # recommendations are not installed here: the ThreadSanitizer build needs them.
+# cpack's Debian packages need file (to find the binaries whose dependencies
+# dpkg-shlibdeps reads).
 
 packages=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config file
   clang libclang-rt-14-dev
   protobuf-compiler libprotobuf-dev
   libssl-dev openssl
