@@ -46,6 +46,7 @@ RUX_EXPORT int32_t property_get_int32(const char* key, int32_t default_value);
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -177,6 +178,13 @@ private:
     Log(const Log&) = delete;
     Log& operator=(const Log&) = delete;
 
+    struct Audience;
+    Audience audienceFor(int level) const;
+    static void writeAndroidLog(const Audience& audience, int level, const char* text);
+    void dispatchRecord(const std::shared_ptr<LogRecord>& record, std::string entry,
+                        bool entryBuilt, bool queueAllowed);
+    void appendRecord(const std::vector<uint8_t>& bytes, const std::string& fileName);
+    void closeRecordFile();
     void setTag(const std::string& tag);
     void postDumpIfQueueFull();
     void loadPlugin();

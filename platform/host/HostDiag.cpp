@@ -4,20 +4,19 @@
 // Header layout of a host packet (the channel's own business on the device):
 //   0  uint16 code   2  uint16 total size   4  uint64 CLOCK_REALTIME nanoseconds
 
-#include "rux/platform/diag.h"
-
 #include <time.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "rux/platform/diag.h"
 #include "rux/platform/host.h"
 
 namespace {
@@ -27,17 +26,31 @@ struct Allocated {
     size_t size;
 };
 
-std::mutex gMutex;  // guards everything below
-std::set<uint16_t> gEnabled;
+std::mutex gMutex;  // guards everything below but gEnabled
 int gFailAllocs = 0;
 int gInitCount = 0;
 std::map<uint8_t*, Allocated> gOutstanding;
 std::vector<rux::platform::DiagPacket> gPackets;
 std::vector<rux_diag_cmd_table_t> gTables;
 
-bool allCodesEnabled() {
+// Enabled codes, one bit each: asked on every logging call, so read without the lock.
+std::atomic<uint64_t> gEnabled[65536 / 64];
+
+uint64_t bitOf(uint16_t code) {
+    return uint64_t{1} << (code % 64);
+}
+
+bool diagFileNamed() {
     const char* f = std::getenv("RUX_DIAG_FILE");
     return f != nullptr && *f != '\0';
+}
+
+// Whether RUX_DIAG_FILE names a file, as read when the library loaded or at the last
+// diagReset(): the enabled check runs on every logging call.
+std::atomic<bool> gAllCodes{diagFileNamed()};
+
+bool allCodesEnabled() {
+    return gAllCodes.load(std::memory_order_relaxed);
 }
 
 void appendToFile(const rux::platform::DiagPacket& p) {
@@ -78,8 +91,7 @@ extern "C" void rux_diag_register_table(const rux_diag_cmd_table_t* table) {
 
 extern "C" int rux_diag_log_enabled(uint16_t code) {
     if (allCodesEnabled()) return 1;
-    std::lock_guard<std::mutex> lock(gMutex);
-    return gEnabled.count(code) ? 1 : 0;
+    return (gEnabled[code / 64].load(std::memory_order_relaxed) & bitOf(code)) != 0 ? 1 : 0;
 }
 
 extern "C" void* rux_diag_log_alloc(uint16_t code, size_t size) {
@@ -127,9 +139,9 @@ std::vector<uint8_t> DiagPacket::payload() const {
 void diagSetLogCodeEnabled(uint16_t code, bool enabled) {
     std::lock_guard<std::mutex> lock(gMutex);
     if (enabled)
-        gEnabled.insert(code);
+        gEnabled[code / 64].fetch_or(bitOf(code));
     else
-        gEnabled.erase(code);
+        gEnabled[code / 64].fetch_and(~bitOf(code));
 }
 
 void diagFailNextAllocs(int count) {
@@ -144,7 +156,8 @@ std::vector<DiagPacket> diagPackets() {
 
 void diagReset() {
     std::lock_guard<std::mutex> lock(gMutex);
-    gEnabled.clear();
+    for (auto& bits : gEnabled) bits.store(0);
+    gAllCodes.store(diagFileNamed());
     gFailAllocs = 0;
     gInitCount = 0;
     gPackets.clear();

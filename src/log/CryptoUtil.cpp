@@ -56,6 +56,7 @@ bool isRsa(EVP_PKEY* key) { return key != nullptr && EVP_PKEY_is_a(key, "RSA") =
 }  // namespace
 
 CryptoUtil::~CryptoUtil() {
+    EVP_CIPHER_CTX_free(recordCtx);
     EVP_PKEY_free(ecKey);
     EVP_PKEY_free(publicRsa);
     EVP_PKEY_free(privateRsa);
@@ -159,23 +160,40 @@ bool CryptoUtil::encryptMsg2(const std::vector<uint8_t>& plain, const std::vecto
                              std::vector<uint8_t>& cipher, std::vector<uint8_t>& iv,
                              std::vector<uint8_t>& tag) {
     if (key.size() != kAesKeySize) return false;
-    Owned<EVP_CIPHER_CTX> ctx(EVP_CIPHER_CTX_new());
-    if (!ctx) return false;
+    // Keying (the AES key schedule) is done once per key; each record only sets its IV.
+    if (recordCtx == nullptr || recordKey != key) {
+        EVP_CIPHER_CTX_free(recordCtx);
+        recordKey.clear();
+        recordCtx = EVP_CIPHER_CTX_new();
+        if (recordCtx == nullptr ||
+            EVP_EncryptInit_ex(recordCtx, EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
+            EVP_CIPHER_CTX_ctrl(recordCtx, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kGcmIvSize),
+                                nullptr) != 1 ||
+            EVP_EncryptInit_ex(recordCtx, nullptr, nullptr, key.data(), nullptr) != 1) {
+            EVP_CIPHER_CTX_free(recordCtx);
+            recordCtx = nullptr;
+            ERR_clear_error();
+            return false;
+        }
+        recordKey = key;
+    }
     genAESIV(iv);
     cipher.resize(plain.size());
     tag.resize(kGcmTagSize);
     int len = 0;
-    bool ok = EVP_EncryptInit_ex(ctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) == 1 &&
-              EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_IVLEN,
-                                  static_cast<int>(kGcmIvSize), nullptr) == 1 &&
-              EVP_EncryptInit_ex(ctx.get(), nullptr, nullptr, key.data(), iv.data()) == 1 &&
-              EVP_EncryptUpdate(ctx.get(), cipher.data(), &len, plain.data(),
-                                static_cast<int>(plain.size())) == 1;
     int finalLen = 0;
-    ok = ok && EVP_EncryptFinal_ex(ctx.get(), cipher.data() + len, &finalLen) == 1 &&
-         EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_GET_TAG, static_cast<int>(kGcmTagSize),
-                             tag.data()) == 1;
-    if (!ok) ERR_clear_error();
+    const bool ok = EVP_EncryptInit_ex(recordCtx, nullptr, nullptr, nullptr, iv.data()) == 1 &&
+                    EVP_EncryptUpdate(recordCtx, cipher.data(), &len, plain.data(),
+                                      static_cast<int>(plain.size())) == 1 &&
+                    EVP_EncryptFinal_ex(recordCtx, cipher.data() + len, &finalLen) == 1 &&
+                    EVP_CIPHER_CTX_ctrl(recordCtx, EVP_CTRL_GCM_GET_TAG,
+                                        static_cast<int>(kGcmTagSize), tag.data()) == 1;
+    if (!ok) {
+        ERR_clear_error();
+        EVP_CIPHER_CTX_free(recordCtx);  // the next record starts from a fresh context
+        recordCtx = nullptr;
+        recordKey.clear();
+    }
     return ok;
 }
 

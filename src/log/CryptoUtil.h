@@ -1,7 +1,8 @@
 // CryptoUtil: the library's only door to libcrypto. RSA-OAEP for the session key of a
 // log file, AES-256-GCM for its records, SHA-256 and elliptic-curve keys for other users.
 //
-// Objects are cheap, created per use and not shared between threads. Byte vectors
+// Objects are cheap and not shared between threads; most are created per use. One that
+// encrypts many records keeps its keyed AES-GCM context between them. Byte vectors
 // passed as outputs are resized by the callee unless an operation says otherwise.
 // Failures come back as false or -1 and a log line; nothing throws.
 #pragma once
@@ -10,7 +11,8 @@
 #include <string>
 #include <vector>
 
-struct evp_pkey_st;  // libcrypto's EVP_PKEY, kept out of this header
+struct evp_pkey_st;        // libcrypto's EVP_PKEY, kept out of this header
+struct evp_cipher_ctx_st;  // libcrypto's EVP_CIPHER_CTX
 
 namespace rux {
 
@@ -46,6 +48,7 @@ public:
 
     // AES-256-GCM of one log record with a fresh random IV: cipher has the plaintext's
     // length, tag 16 bytes. False only for a key of the wrong size or a libcrypto failure.
+    // The context keyed with `key` is kept for the next record under the same key.
     bool encryptMsg2(const std::vector<uint8_t>& plain, const std::vector<uint8_t>& key,
                      std::vector<uint8_t>& cipher, std::vector<uint8_t>& iv,
                      std::vector<uint8_t>& tag);
@@ -81,6 +84,8 @@ private:
     evp_pkey_st* ecKey = nullptr;
     evp_pkey_st* publicRsa = nullptr;
     evp_pkey_st* privateRsa = nullptr;
+    evp_cipher_ctx_st* recordCtx = nullptr;  // AES-256-GCM keyed with recordKey
+    std::vector<uint8_t> recordKey;
 };
 
 }  // namespace rux

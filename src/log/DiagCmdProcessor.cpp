@@ -62,8 +62,12 @@ void* DiagCmdProcessor::diagCmdHandler(void* request, uint16_t length) {
     return nullptr;
 }
 
+bool DiagCmdProcessor::logCodeEnabled() {
+    return rux_diag_log_enabled(kLogCode) != 0;
+}
+
 void DiagCmdProcessor::writeToDiag(const std::string& line) {
-    if (!rux_diag_log_enabled(kLogCode)) return;
+    if (!logCodeEnabled()) return;
     uint8_t payload[kPayloadSize] = {};
     std::memcpy(payload + 4, line.data(), std::min(line.size(), kMaxLineBytes));
     auto* packet = static_cast<uint8_t*>(rux_diag_log_alloc(kLogCode, kPacketSize));

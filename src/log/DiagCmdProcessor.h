@@ -42,6 +42,8 @@ public:
     // Sends one record line as a log packet; nothing when the code is disabled or no
     // packet can be had. Callable from any thread.
     void writeToDiag(const std::string& line);
+    // Whether the channel wants packets of kLogCode now. Callable from any thread.
+    static bool logCodeEnabled();
 
 protected:
     DiagCmdProcessor() = default;

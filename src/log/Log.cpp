@@ -14,9 +14,12 @@
 #include "log/Log.h"
 
 #include <android/log.h>
+#include <cutils/properties.h>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -30,9 +33,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <list>
 #include <thread>
-
-#include <cutils/properties.h>
 
 #include "log/CryptoUtil.h"
 #include "log/DiagCmdProcessor.h"
@@ -73,7 +76,93 @@ thread_local bool tBuildingEntry = false;
 // the encryption (a failing random source) is not encrypted again.
 thread_local bool tEncrypting = false;
 
-unsigned long currentTid() { return static_cast<unsigned long>(syscall(SYS_gettid)); }
+// The process id is asked for once (and again in a child after fork), each thread's id
+// once per thread, and the local time text once per second per thread: a record
+// costs no system call and no lock of its own.
+std::atomic<int> gPid{0};
+std::atomic<unsigned> gForkGeneration{0};
+thread_local unsigned tTidGeneration = ~0u;
+thread_local unsigned long tTid = 0;
+
+void forgetIdsInChild() {
+    gPid.store(0, std::memory_order_relaxed);
+    gForkGeneration.fetch_add(1, std::memory_order_relaxed);
+}
+
+int currentPid() {
+    int pid = gPid.load(std::memory_order_relaxed);
+    if (pid == 0) {
+        pid = getpid();
+        gPid.store(pid, std::memory_order_relaxed);
+    }
+    return pid;
+}
+
+unsigned long currentTid() {
+    const unsigned generation = gForkGeneration.load(std::memory_order_relaxed);
+    if (tTidGeneration != generation) {
+        tTid = static_cast<unsigned long>(syscall(SYS_gettid));
+        tTidGeneration = generation;
+    }
+    return tTid;
+}
+
+// Builds a record line in a kLineBufferSize buffer, keeping what does not fit out.
+class LineWriter {
+public:
+    explicit LineWriter(char* out) : mOut(out) {}
+    void put(const char* text) {
+        while (*text != '\0' && mLength < log::kLineBufferSize - 1) mOut[mLength++] = *text++;
+    }
+    // printf's "%<width>d" (pad ' ') or "%0<width>d" (pad '0') of a signed or unsigned value.
+    template <typename T>
+    void putDecimal(T value, int width, char pad) {
+        const bool negative = value < 0;
+        unsigned long long magnitude = negative ? 0ULL - static_cast<unsigned long long>(value)
+                                                : static_cast<unsigned long long>(value);
+        char digits[24];
+        int n = 0;
+        do {
+            digits[n++] = static_cast<char>('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude != 0);
+        int fill = width - n - (negative ? 1 : 0);
+        char text[48];
+        int t = 0;
+        if (pad == ' ')
+            for (; fill > 0; --fill) text[t++] = ' ';
+        if (negative) text[t++] = '-';
+        for (; fill > 0; --fill) text[t++] = '0';
+        while (n > 0) text[t++] = digits[--n];
+        text[t] = '\0';
+        put(text);
+    }
+    size_t length() const { return mLength; }
+
+private:
+    char* mOut;
+    size_t mLength = 0;
+};
+
+struct TimeText {
+    bool valid = false;
+    time_t second = 0;
+    char text[50];
+};
+thread_local TimeText tTimeText;
+
+// "%F %X" of `second` in local time, or null when it cannot be converted.
+const char* localTimeText(time_t second) {
+    TimeText& t = tTimeText;
+    if (!t.valid || t.second != second) {
+        struct tm tmv {};
+        if (localtime_r(&second, &tmv) == nullptr) return nullptr;
+        std::strftime(t.text, sizeof t.text, "%F %X", &tmv);
+        t.second = second;
+        t.valid = true;
+    }
+    return t.text;
+}
 
 // Wakes the log timer: release() to stop it, the SIGUSR1 handler to have it log.
 struct TimerWake {
@@ -133,7 +222,10 @@ bool fileExists(const std::string& path) {
 // are still logging while the process exits keep a valid object. Unloading stops the
 // log threads.
 struct LogLifetime {
-    LogLifetime() { Log::getInstance(); }
+    LogLifetime() {
+        Log::getInstance();
+        pthread_atfork(nullptr, nullptr, forgetIdsInChild);
+    }
     ~LogLifetime() { Log::getInstance().release(); }
 } gLogLifetime;
 
@@ -166,7 +258,11 @@ struct Log::State {
     std::thread dumperThread;
     std::thread timerThread;
 
-    std::shared_ptr<const std::string> tag = std::make_shared<const std::string>();  // atomic access
+    // The tag, read by every logging call without a lock: every tag ever set is kept
+    // (there are few), so a reader's pointer never dangles.
+    std::mutex tagLock;
+    std::list<std::string> tags{std::string()};  // guarded by tagLock
+    std::atomic<const std::string*> tag{&tags.front()};
     std::atomic<bool> bufferedDiag{false};
     std::atomic<bool> dmapDebugOff{false};
     std::atomic<bool> dmapOff{false};
@@ -182,6 +278,14 @@ struct Log::State {
     uint64_t maxFiles = logfile::kDefaultMaxFiles;
     std::string currentFileName;
     std::string fileTag;
+    // The log file that records are appended to, kept open between records; closed
+    // whenever files are removed or renamed. Guarded by recordMutex.
+    int recordFd = -1;
+    std::string recordFdName;
+    CryptoUtil recordCrypto;  // encrypts every record; guarded by recordMutex
+    // Buffers of the record being encrypted, reused from record to record. Guarded by
+    // recordMutex.
+    std::vector<uint8_t> plain, cipher, iv, gcmTag;
 };
 
 using Lock = std::lock_guard<std::recursive_mutex>;
@@ -214,15 +318,14 @@ Log& Log::getInstance() {
 void Log::LogRecord::init(int lvl, const std::string& msg) {
     level = lvl;
     tid = currentTid();
-    pid = getpid();
+    pid = currentPid();
     gettimeofday(&timestamp, nullptr);
     message = msg;
 }
 
 std::string Log::LogRecord::getDiagEntry() const {
-    struct tm tmv {};
-    const time_t seconds = timestamp.tv_sec;
-    if (localtime_r(&seconds, &tmv) == nullptr) {
+    const char* date = localTimeText(timestamp.tv_sec);
+    if (date == nullptr) {
         if (!tBuildingEntry) {
             tBuildingEntry = true;
             RUX_LOG(2, "RUX", "Unable to obtain valid time");
@@ -230,96 +333,172 @@ std::string Log::LogRecord::getDiagEntry() const {
         }
         return {};
     }
-    char date[50];
-    std::strftime(date, sizeof date, "%F %X", &tmv);
-    char stamp[100];
-    std::snprintf(stamp, sizeof stamp, "%s.%03d", date,
-                  static_cast<int>(timestamp.tv_usec / 1000));
+    // "%s.%03d %5d %5lu %c %s : " and the message up to its first zero byte, cut at 511
+    // characters; written piece by piece, as snprintf would.
     char line[log::kLineBufferSize];
-    const char letter = (level >= 0 && level <= 7) ? kLevelLetters[level] : 'X';
-    int n = std::snprintf(line, sizeof line, "%s %5d %5lu %c %s : ", stamp, pid, tid, letter,
-                          isDmap ? "DMAP" : "RUX");
-    if (n < 0) return {};
-    if (static_cast<size_t>(n) < sizeof line)
-        std::snprintf(line + n, sizeof line - n, "%s", message.c_str());
-    return std::string(line);
+    LineWriter w(line);
+    w.put(date);
+    w.put(".");
+    w.putDecimal(static_cast<int>(timestamp.tv_usec / 1000), 3, '0');
+    w.put(" ");
+    w.putDecimal(pid, 5, ' ');
+    w.put(" ");
+    w.putDecimal(tid, 5, ' ');
+    w.put(" ");
+    const char letter[2] = {(level >= 0 && level <= 7) ? kLevelLetters[level] : 'X', '\0'};
+    w.put(letter);
+    w.put(isDmap ? " DMAP : " : " RUX : ");
+    w.put(message.c_str());
+    return std::string(line, w.length());
 }
 
-std::string Log::tag() const { return *std::atomic_load(&mState->tag); }
+std::string Log::tag() const {
+    return *mState->tag.load(std::memory_order_acquire);
+}
 
 void Log::setTag(const std::string& tag) {
-    std::atomic_store(&mState->tag, std::make_shared<const std::string>(tag));
+    State& s = *mState;
+    std::lock_guard<std::mutex> lock(s.tagLock);
+    auto it = std::find(s.tags.begin(), s.tags.end(), tag);
+    if (it == s.tags.end()) it = s.tags.insert(s.tags.end(), tag);
+    s.tag.store(&*it, std::memory_order_release);
 }
 
 void Log::postDumpIfQueueFull() {
     if (mState->records.size() > kQueueDumpThreshold) addDumpRequest(BUFFER_IS_FULL);
 }
 
+// --- who reads a line ------------------------------------------------------------
+//
+// Every front first asks who will read the line, before it formats anything: the
+// plug-in's alog takes every line; liblog says whether the Android log writes it (the
+// question it asks itself inside __android_log_print); a record is wanted when the
+// diagnostic channel has the log code enabled, when records are buffered for the
+// dumper, or when log files are encrypted. A line nobody reads costs a few atomic
+// loads, no system call and no lock.
+//
+// The record mutex is taken only when a record is made, and only to hand the line to
+// the outlets in one order; the text, the record and its line are built before it.
+
+struct Log::Audience {
+    AlogFn alog = nullptr;
+    const char* logTag = "";
+    bool androidLog = false;  // the Android log or the plug-in writes the line
+    bool record = false;      // a record goes to the channel, the queue or a log file
+    bool queueFull = false;   // the record queue asks for a dump
+    bool anyone() const { return androidLog || record || queueFull; }
+};
+
+Log::Audience Log::audienceFor(int level) const {
+    const State& s = *mState;
+    Audience a;
+    a.alog = rux_alog_fn.load(std::memory_order_acquire);
+    a.logTag = s.tag.load(std::memory_order_acquire)->c_str();
+    a.androidLog =
+        a.alog != nullptr || __android_log_is_loggable(level, a.logTag, ANDROID_LOG_VERBOSE);
+    if (tBuildingEntry) return a;  // reporting on a record line: the Android log only
+    a.record = s.encryptionActive.load(std::memory_order_relaxed) ||
+               s.bufferedDiag.load(std::memory_order_relaxed) || DiagCmdProcessor::logCodeEnabled();
+    a.queueFull = s.records.size() > kQueueDumpThreshold;
+    return a;
+}
+
+void Log::writeAndroidLog(const Audience& a, int level, const char* text) {
+    if (a.alog != nullptr)
+        a.alog(level, a.logTag, "%s", text);
+    else if (a.androidLog)
+        __android_log_print(level, a.logTag, "%s", text);
+}
+
+// Hands a record to the encrypted file and then to the channel or the queue. `entry` is
+// its line if already built.
+void Log::dispatchRecord(const std::shared_ptr<LogRecord>& record, std::string entry,
+                         bool entryBuilt, bool queueAllowed) {
+    State& s = *mState;
+    auto line = [&]() -> const std::string& {
+        if (!entryBuilt) {
+            entry = record->getDiagEntry();
+            entryBuilt = true;
+        }
+        return entry;
+    };
+    if (s.encryptionActive.load()) encryptLogMsg(line(), s.currentFileName);
+    if (queueAllowed && s.bufferedDiag.load()) {
+        s.records.push(record);
+    } else if (!line().empty()) {
+        writeToDiag(line());
+    }
+}
+
 void Log::addLogRecord(int level, const char* tag, const char* file, const char* function,
                        int line, const char* format, ...) {
     State& s = *mState;
-    Lock lock(s.recordMutex);
+    const Audience a = audienceFor(level);
+    if (!a.anyone()) return;
+    char text[log::kLineBufferSize];
     va_list args;
     va_start(args, format);
-    const std::string text = log::formatMessage(tag, file, function, line, format, args);
+    const size_t length = log::formatMessage(text, tag, file, function, line, format, args);
     va_end(args);
 
-    const std::string logTag = this->tag();
-    if (AlogFn alog = rux_alog_fn.load()) {
-        alog(level, logTag.c_str(), "%s", text.c_str());
-    } else {
-        __android_log_print(level, logTag.c_str(), "%s", text.c_str());
+    if (!a.record) {
+        writeAndroidLog(a, level, text);
+        if (!tBuildingEntry) postDumpIfQueueFull();
+        return;
     }
-    if (tBuildingEntry) return;  // reporting on a record line that could not be built
-
-    postDumpIfQueueFull();
     auto record = std::make_shared<LogRecord>();
-    record->init(level, text);
-    if (s.encryptionActive.load()) encryptLogMsg(record->getDiagEntry(), s.currentFileName);
-    if (!s.bufferedDiag.load()) {
-        const std::string entry = record->getDiagEntry();
-        if (!entry.empty()) writeToDiag(entry);
-    } else {
-        s.records.push(std::move(record));
-    }
+    record->init(level, std::string(text, length));
+    const bool entryBuilt = s.encryptionActive.load() || !s.bufferedDiag.load();
+    std::string entry = entryBuilt ? record->getDiagEntry() : std::string();
+
+    Lock lock(s.recordMutex);
+    writeAndroidLog(a, level, text);
+    postDumpIfQueueFull();
+    dispatchRecord(record, std::move(entry), entryBuilt, true);
 }
 
 void Log::printToAdb(int level, const char* tag, const char* file, const char* function,
                      int line, const char* format, ...) {
+    char text[log::kLineBufferSize];
     va_list args;
     va_start(args, format);
-    const std::string text = log::formatMessage(tag, file, function, line, format, args);
+    const size_t length = log::formatMessage(text, tag, file, function, line, format, args);
     va_end(args);
-    __android_log_print(level, this->tag().c_str(), "%s", text.c_str());
+    __android_log_print(level, mState->tag.load(std::memory_order_acquire)->c_str(), "%s", text);
     postDumpIfQueueFull();
     auto record = std::make_shared<LogRecord>();
-    record->init(level, text);
+    record->init(level, std::string(text, length));
     mState->records.push(std::move(record));
 }
 
 void Log::dMapLog(int level, const std::string& message) {
     State& s = *mState;
-    Lock lock(s.recordMutex);
     if (s.dmapOff.load() || (s.dmapDebugOff.load() && level == ANDROID_LOG_DEBUG)) return;
-    if (AlogFn alog = rux_alog_fn.load()) alog(level, "DMAP", "%s", message.c_str());
-    postDumpIfQueueFull();
+    const Audience a = audienceFor(level);
+    // Diagnostic-map lines reach the Android log only through the plug-in.
+    if (a.alog == nullptr && !a.record && !a.queueFull) return;
     auto record = std::make_shared<LogRecord>();
     record->isDmap = true;
     record->init(level, message);
-    if (s.encryptionActive.load()) encryptLogMsg(record->getDiagEntry(), s.currentFileName);
-    const std::string entry = record->getDiagEntry();
-    if (!entry.empty()) writeToDiag(entry);
+    std::string entry = a.record ? record->getDiagEntry() : std::string();
+
+    Lock lock(s.recordMutex);
+    if (a.alog != nullptr) a.alog(level, "DMAP", "%s", message.c_str());
+    postDumpIfQueueFull();
+    if (a.record) dispatchRecord(record, std::move(entry), true, false);
 }
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 void Log::logModuleDebug(const char* format, ...) {
+    const char* logTag = mState->tag.load(std::memory_order_acquire)->c_str();
+    if (!__android_log_is_loggable(ANDROID_LOG_DEBUG, logTag, ANDROID_LOG_VERBOSE)) return;
     const std::string full = std::string("| ruxLog |") + " " + (format ? format : "");
     va_list args;
     va_start(args, format);
     const std::string text = log::formatLine(full.c_str(), args);
     va_end(args);
-    __android_log_print(ANDROID_LOG_DEBUG, tag().c_str(), "%s", text.c_str());
+    __android_log_print(ANDROID_LOG_DEBUG, logTag, "%s", text.c_str());
 }
 #pragma GCC diagnostic pop
 
@@ -560,6 +739,7 @@ void Log::initLogEncryption() {
 
 void Log::prepareLogFiles() {
     State& s = *mState;
+    closeRecordFile();
     // The folder normally exists on the device; a fresh host root may lack it.
     if (s.groupWritable.load()) umask(002);
     ::mkdir(getLogFilePath().c_str(), 0770);
@@ -617,6 +797,7 @@ void Log::reviewExistingFiles(const std::map<int, std::string>& filesByAge) {
     State& s = *mState;
     Lock lock(s.recordMutex);
     if (filesByAge.empty()) return;
+    closeRecordFile();  // it may be one of those removed below
     const std::string& newest = filesByAge.begin()->second;
     // Only the last digit counts; anything else than a digit starts again at 0.
     const int next = newest.empty() ? 0 : newest.back() - '0' + 1;
@@ -654,6 +835,7 @@ void Log::encryptLogMsg(const std::string& line, const std::string& fileName) {
     const std::string target = fileName;
 
     if (static_cast<uint64_t>(s.recordsInFile) > s.maxRecordsPerFile) {
+        closeRecordFile();  // files are removed and created below
         s.recordsInFile = 0;
         s.fileIndex += 1;
         createNewlogFileName();
@@ -667,12 +849,42 @@ void Log::encryptLogMsg(const std::string& line, const std::string& fileName) {
         }
     }
 
-    CryptoUtil crypto;
-    const std::vector<uint8_t> plain(line.begin(), line.end());
-    std::vector<uint8_t> cipher, iv, tag;
-    if (!crypto.encryptMsg2(plain, s.aesKey, cipher, iv, tag)) return;
-    writeToFile(logfile::encodeRecord(iv, tag, cipher), target);
+    s.plain.assign(line.begin(), line.end());
+    if (!s.recordCrypto.encryptMsg2(s.plain, s.aesKey, s.cipher, s.iv, s.gcmTag)) return;
+    appendRecord(logfile::encodeRecord(s.iv, s.gcmTag, s.cipher), target);
     s.recordsInFile += 1;
+}
+
+// writeToFile's append without opening and closing the file for every record: the same
+// bytes land in the same file. Called under the record mutex.
+void Log::appendRecord(const std::vector<uint8_t>& bytes, const std::string& fileName) {
+    State& s = *mState;
+    if (bytes.empty()) return;
+    if (s.recordFd >= 0 && s.recordFdName != fileName) closeRecordFile();
+    if (s.recordFd < 0) {
+        if (s.groupWritable.load()) umask(002);
+        s.recordFd = ::open(fileName.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+        if (s.recordFd < 0) return;
+        s.recordFdName = fileName;
+    }
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(s.recordFd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            closeRecordFile();  // the next record opens the file again
+            return;
+        }
+        done += static_cast<size_t>(n);
+    }
+}
+
+void Log::closeRecordFile() {
+    State& s = *mState;
+    Lock lock(s.recordMutex);
+    if (s.recordFd >= 0) ::close(s.recordFd);
+    s.recordFd = -1;
+    s.recordFdName.clear();
 }
 
 // --- observers -------------------------------------------------------------------

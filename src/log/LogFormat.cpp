@@ -5,23 +5,58 @@
 
 namespace rux::log {
 
+namespace {
+
+struct Piece {
+    const char* data;
+    size_t size;
+};
+
+Piece baseOf(const char* file) {
+    if (file == nullptr) return {"", 0};
+    const char* slash = std::strrchr(file, '/');
+    const char* base = slash == nullptr ? file : slash + 1;
+    const char* dot = std::strrchr(base, '.');
+    return {base, dot == nullptr ? std::strlen(base) : static_cast<size_t>(dot - base)};
+}
+
+// Appends to out[0, kLineBufferSize - 1), keeping what does not fit out.
+class Writer {
+public:
+    explicit Writer(char* out) : mOut(out) {}
+    void put(const char* data, size_t size) {
+        const size_t room = kLineBufferSize - 1 - mLength;
+        std::memcpy(mOut + mLength, data, size < room ? size : room);
+        mLength += size < room ? size : room;
+    }
+    void put(const char* text) { put(text, std::strlen(text)); }
+    size_t length() const { return mLength; }
+
+private:
+    char* mOut;
+    size_t mLength = 0;
+};
+
+bool hasPercent(const char* data, size_t size) {
+    return std::memchr(data, '%', size) != nullptr;
+}
+
+}  // namespace
+
 std::string baseName(const char* file) {
-    if (file == nullptr) return {};
-    std::string path(file);
-    const auto slash = path.rfind('/');
-    std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
-    const auto dot = base.rfind('.');
-    return dot == std::string::npos ? base : base.substr(0, dot);
+    const Piece base = baseOf(file);
+    return std::string(base.data, base.size);
 }
 
 std::string prefixedFormat(const char* tag, const char* file, const char* function, int line,
                            const char* format) {
+    const Piece base = baseOf(file);
     std::string out;
     out.reserve(64 + (format ? std::strlen(format) : 0));
     out += '|';
     out += tag ? tag : "";
     out += '|';
-    out += baseName(file);
+    out.append(base.data, base.size);
     out += "::";
     out += function ? function : "";
     out += ':';
@@ -40,11 +75,51 @@ std::string formatLine(const char* format, va_list args) {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-std::string formatMessage(const char* tag, const char* file, const char* function, int line,
-                          const char* format, va_list args) {
-    const std::string full = prefixedFormat(tag, file, function, line, format);
-    return formatLine(full.c_str(), args);
+// The prefix is copied in as it stands and only the caller's format goes through
+// vsnprintf: the same text as formatting the whole prefixed format, without building
+// it. A prefix with a "%" in it is formatted as part of the format, as it always was.
+size_t formatMessage(char (&out)[kLineBufferSize], const char* tag, const char* file,
+                     const char* function, int line, const char* format, va_list args) {
+    const char* safeTag = tag ? tag : "";
+    const char* safeFunction = function ? function : "";
+    const Piece base = baseOf(file);
+    if (hasPercent(safeTag, std::strlen(safeTag)) || hasPercent(base.data, base.size) ||
+        hasPercent(safeFunction, std::strlen(safeFunction))) {
+        const std::string text =
+            formatLine(prefixedFormat(tag, file, function, line, format).c_str(), args);
+        std::memcpy(out, text.data(), text.size());
+        out[text.size()] = '\0';
+        return text.size();
+    }
+    Writer w(out);
+    char number[16];
+    const int digits = std::snprintf(number, sizeof number, "%d", line);
+    w.put("|", 1);
+    w.put(safeTag);
+    w.put("|", 1);
+    w.put(base.data, base.size);
+    w.put("::", 2);
+    w.put(safeFunction);
+    w.put(":", 1);
+    w.put(number, static_cast<size_t>(digits));
+    w.put(" ", 1);
+    const size_t prefix = w.length();
+    const int n =
+        std::vsnprintf(out + prefix, kLineBufferSize - prefix, format ? format : "", args);
+    if (n < 0) {
+        out[0] = '\0';
+        return 0;
+    }
+    const size_t length = prefix + static_cast<size_t>(n);
+    return length < kLineBufferSize ? length : kLineBufferSize - 1;
 }
 #pragma GCC diagnostic pop
+
+std::string formatMessage(const char* tag, const char* file, const char* function, int line,
+                          const char* format, va_list args) {
+    char text[kLineBufferSize];
+    const size_t n = formatMessage(text, tag, file, function, line, format, args);
+    return std::string(text, n);
+}
 
 }  // namespace rux::log

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <string>
 
 namespace rux::log {
@@ -20,7 +21,12 @@ std::string prefixedFormat(const char* tag, const char* file, const char* functi
 std::string formatLine(const char* format, va_list args)
     __attribute__((format(printf, 1, 0)));
 
-// Prefix and format in one step, as both fronts do.
+// Prefix and format in one step, as both fronts do: the text vsnprintf makes of
+// prefixedFormat(...) and `args`, cut at kLineBufferSize - 1 characters, written to
+// `out` with its terminating zero. Returns its length (0 when formatting fails, as
+// formatLine gives ""). The text may hold zero bytes that "%c" put there.
+size_t formatMessage(char (&out)[kLineBufferSize], const char* tag, const char* file,
+                     const char* function, int line, const char* format, va_list args);
 std::string formatMessage(const char* tag, const char* file, const char* function, int line,
                           const char* format, va_list args);
 

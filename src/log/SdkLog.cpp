@@ -28,6 +28,9 @@ std::string collapsePercents(const std::string& text) {
 
 void SdkLog::print(int /*level*/, const char* tag, const char* file, const char* function,
                    int line, const char* format, ...) {
+    // The Android log is the only reader: a line it would drop is not even formatted.
+    // liblog asks the same question, with the same arguments, before it writes.
+    if (!__android_log_is_loggable(ANDROID_LOG_DEBUG, nullptr, ANDROID_LOG_VERBOSE)) return;
     va_list args;
     va_start(args, format);
     const std::string text = log::formatMessage(tag, file, function, line, format, args);

@@ -1,7 +1,9 @@
 // A deque guarded by a mutex, with a condition variable for consumers that block.
-// No capacity limit: callers apply their own thresholds.
+// No capacity limit: callers apply their own thresholds. size() takes no lock: it reads
+// a count kept beside the deque, so a logging call can look at it for nothing.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -16,14 +18,13 @@ public:
         {
             std::lock_guard<std::mutex> lock(mMutex);
             mItems.push_back(std::move(value));
+            mCount.store(mItems.size(), std::memory_order_relaxed);
         }
         mCond.notify_one();
     }
 
-    size_t size() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mItems.size();
-    }
+    // The count after the last change; exact whenever no change is under way.
+    size_t size() const { return mCount.load(std::memory_order_relaxed); }
 
     bool empty() const { return size() == 0; }
 
@@ -33,6 +34,7 @@ public:
         mCond.wait(lock, [this] { return !mItems.empty(); });
         T value = std::move(mItems.front());
         mItems.pop_front();
+        mCount.store(mItems.size(), std::memory_order_relaxed);
         return value;
     }
 
@@ -42,6 +44,7 @@ public:
         if (mItems.empty()) return std::nullopt;
         T value = std::move(mItems.front());
         mItems.pop_front();
+        mCount.store(mItems.size(), std::memory_order_relaxed);
         return value;
     }
 
@@ -51,18 +54,21 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         const size_t before = mItems.size();
         for (auto it = mItems.begin(); it != mItems.end();) it = pred(*it) ? mItems.erase(it) : it + 1;
+        mCount.store(mItems.size(), std::memory_order_relaxed);
         return before - mItems.size();
     }
 
     void clear() {
         std::lock_guard<std::mutex> lock(mMutex);
         mItems.clear();
+        mCount.store(0, std::memory_order_relaxed);
     }
 
 private:
     mutable std::mutex mMutex;
     std::condition_variable mCond;
     std::deque<T> mItems;  // guarded by mMutex
+    std::atomic<size_t> mCount{0};  // mItems.size(), written under mMutex
 };
 
 }  // namespace rux::utils

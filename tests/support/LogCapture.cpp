@@ -87,6 +87,14 @@ bool LogCapture::waitForText(const std::string& needle, std::chrono::millisecond
         timeout);
 }
 
+MinimumPriority::MinimumPriority(int priority) {
+    __android_log_set_minimum_priority(priority);
+}
+
+MinimumPriority::~MinimumPriority() {
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+}
+
 std::string LogCapture::dump() const {
     std::string out;
     for (auto& l : lines())

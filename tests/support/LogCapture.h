@@ -43,4 +43,14 @@ public:
     std::string dump() const;
 };
 
+// Sets liblog's minimum priority for the lifetime of the object, then lets every
+// priority through again as LogCapture does.
+class MinimumPriority {
+public:
+    explicit MinimumPriority(int priority);
+    ~MinimumPriority();
+    MinimumPriority(const MinimumPriority&) = delete;
+    MinimumPriority& operator=(const MinimumPriority&) = delete;
+};
+
 }  // namespace rux::test

@@ -1,8 +1,11 @@
 // The two log fronts (SdkLog::print and the Log singleton) before Log::init: prefix,
 // formatting limits, priorities, record lines and the diagnostic-channel path.
+#include <android/log.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdio>
@@ -97,6 +100,95 @@ TEST_F(LogFrontTest, RecordLineLayout) {
     r.isDmap = true;
     EXPECT_EQ(r.getDiagEntry(),
               "2025-05-24 13:02:11.045  1234  1240 I DMAP : |RUX|RuxIpcSession::send:88 sent");
+
+    // Ids and milliseconds of any width and sign; the message ends at a zero byte.
+    struct Fields {
+        int pid;
+        unsigned long tid;
+        long usec;
+        std::string message;
+        const char* expected;
+    } rows[] = {
+        {7, 3, 0, "m", "2025-05-24 13:02:11.000     7     3 I RUX : m"},
+        {123456, 1234567, 999999, "m", "2025-05-24 13:02:11.999 123456 1234567 I RUX : m"},
+        {-1, 0, -5000, "m", "2025-05-24 13:02:11.-05    -1     0 I RUX : m"},
+        {1234, 1240, 45999, std::string("ab\0cd", 5),
+         "2025-05-24 13:02:11.045  1234  1240 I RUX : ab"},
+    };
+    r.isDmap = false;
+    for (const auto& row : rows) {
+        r.pid = row.pid;
+        r.tid = row.tid;
+        r.timestamp.tv_usec = row.usec;
+        r.message = row.message;
+        EXPECT_EQ(r.getDiagEntry(), row.expected);
+    }
+}
+
+// Who reads a line decides what is made of it: the Android log (liblog's minimum
+// priority), the diagnostic channel (its log code), both, or nobody.
+TEST_F(LogFrontTest, ALineReachesExactlyItsReaders) {
+    struct Case {
+        const char* name;
+        bool sdkFront;  // SdkLog::print (debug priority, Android log only) or addLogRecord
+        int minimum;    // liblog's minimum priority
+        bool codeEnabled;
+        int level;
+        bool androidLine;
+        bool packet;
+    } cases[] = {
+        {"debug, info minimum, code on", false, ANDROID_LOG_INFO, true, 3, false, true},
+        {"debug, info minimum, code off", false, ANDROID_LOG_INFO, false, 3, false, false},
+        {"info, info minimum, code off", false, ANDROID_LOG_INFO, false, 4, true, false},
+        {"verbose, verbose minimum, code off", false, ANDROID_LOG_VERBOSE, false, 2, true, false},
+        {"error, fatal minimum, code on", false, ANDROID_LOG_FATAL, true, 6, false, true},
+        {"sdk, info minimum", true, ANDROID_LOG_INFO, true, 6, false, false},
+        {"sdk, debug minimum", true, ANDROID_LOG_DEBUG, true, 6, true, false},
+    };
+    for (const auto& c : cases) {
+        capture_.clear();
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, c.codeEnabled);
+        {
+            rux::test::MinimumPriority minimum(c.minimum);
+            if (c.sdkFront)
+                SDK_LOG(c.level, "RuxSdk", "line %s", c.name);
+            else
+                RUX_LOG(c.level, "RUX", "line %s", c.name);
+        }
+        EXPECT_EQ(capture_.contains(c.name), c.androidLine) << c.name;
+        const auto packets = rux::platform::diagPackets();
+        ASSERT_EQ(packets.size(), c.packet ? 1u : 0u) << c.name;
+        if (c.packet) {
+            const std::string entry = payloadText(packets[0]);
+            EXPECT_NE(entry.find(std::string(" ") + "XXVDIWEF"[c.level] + " RUX : |RUX|"),
+                      std::string::npos)
+                << entry;
+            EXPECT_NE(entry.find(std::string("line ") + c.name), std::string::npos) << entry;
+        }
+    }
+}
+
+// A child process's records carry its own process and thread ids, not its parent's.
+TEST_F(LogFrontTest, RecordsOfAForkedChildCarryItsOwnIds) {
+    RUX_LOG(4, "RUX", "parent");  // the parent's ids are in use from here on
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+        RUX_LOG(4, "RUX", "child");
+        const auto packets = rux::platform::diagPackets();
+        char ids[48];
+        std::snprintf(ids, sizeof ids, " %5d %5d I RUX : ", getpid(), static_cast<int>(gettid()));
+        const auto payload = packets.size() == 1 ? packets[0].payload() : std::vector<uint8_t>();
+        const std::string text(payload.begin(), payload.end());
+        _exit(text.find(ids) != std::string::npos ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_F(LogFrontTest, ATimeThatCannotBeConvertedGivesAnEmptyLineAndALogLine) {
@@ -184,6 +276,15 @@ TEST_F(LogFrontTest, PrintToAdbQueuesEveryRecordAndAsksForADumpPastTheThreshold)
     EXPECT_EQ(log.queuedRecords(), Log::kQueueDumpThreshold + 3);
     EXPECT_TRUE(rux::platform::diagPackets().empty());  // the dumper sends queued records
     EXPECT_EQ(capture_.findEndingWith("over").priority, 4);
+    {
+        // A line that nobody reads still asks for the dump.
+        rux::test::MinimumPriority minimum(ANDROID_LOG_INFO);
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, false);
+        RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "unread");
+    }
+    EXPECT_EQ(log.pendingDumpRequests(), startRequests + 3);
+    EXPECT_EQ(log.queuedRecords(), Log::kQueueDumpThreshold + 3);
+    EXPECT_FALSE(capture_.contains("unread"));
 }
 
 TEST(LogBufferTest, HexDumpFormatAndPieces) {

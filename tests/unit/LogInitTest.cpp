@@ -1,5 +1,6 @@
 // Log::init and release: the configuration properties, the dumper and timer threads,
 // dump requests and the diagnostic command, diagnostic-map records.
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -193,6 +194,21 @@ TEST_F(LogInitTest, BufferedRecordsWaitForADumpWhichACommandRequests) {
         EXPECT_NE(held[i].find(" I RUX : |RUX|LogInitTest::TestBody:"), std::string::npos);
     EXPECT_NE(held[2].find("held 2"), std::string::npos);
     EXPECT_EQ(capture_.findEndingWith("outputlen:64 ").priority, 3);
+}
+
+// Buffered, a record is made even when neither the Android log nor the channel reads
+// the line now: the dumper sends it later.
+TEST_F(LogInitTest, BufferedRecordsAreMadeForLinesNobodyElseReads) {
+    rux::platform::setProperty(kLogging, "1");
+    Log::getInstance().init("rux");
+    rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, false);
+    const size_t queued = Log::getInstance().queuedRecords();
+    {
+        rux::test::MinimumPriority minimum(ANDROID_LOG_INFO);
+        RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "kept for later");
+    }
+    EXPECT_EQ(Log::getInstance().queuedRecords(), queued + 1);
+    EXPECT_FALSE(capture_.contains("kept for later"));
 }
 
 TEST_F(LogInitTest, AZeroLengthCommandCausesNoDump) {

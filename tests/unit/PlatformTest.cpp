@@ -138,6 +138,7 @@ TEST_F(HostDiagTest, PacketsAreAppendedToTheDiagFile) {
     const std::string path = ::testing::TempDir() + "diag_" + std::to_string(getpid());
     std::remove(path.c_str());
     setenv("RUX_DIAG_FILE", path.c_str(), 1);
+    rux::platform::diagReset();              // the variable is read at load and at reset
     EXPECT_EQ(rux_diag_log_enabled(42), 1);  // every code is wanted when a file is named
     auto* p = static_cast<uint8_t*>(rux_diag_log_alloc(42, RUX_DIAG_PACKET_HEADER_SIZE + 6));
     std::memcpy(p + RUX_DIAG_PACKET_HEADER_SIZE, "hi\n\0\0\0", 6);

@@ -25,13 +25,15 @@ struct DiagPacket {
     std::vector<uint8_t> payload() const;
 };
 
-// Codes are disabled until enabled here, or all enabled when RUX_DIAG_FILE is set.
+// Codes are disabled until enabled here, or all enabled when RUX_DIAG_FILE is set
+// (read when the library loads and again by diagReset()).
 void diagSetLogCodeEnabled(uint16_t code, bool enabled);
 // The next `count` allocations fail (return null).
 void diagFailNextAllocs(int count);
 // Committed packets, oldest first.
 std::vector<DiagPacket> diagPackets();
-// Forgets packets, enabled codes, registered tables and pending failures.
+// Forgets packets, enabled codes, registered tables and pending failures, and reads
+// RUX_DIAG_FILE again.
 void diagReset();
 int diagInitCount();
 std::vector<rux_diag_cmd_table_t> diagTables();
