@@ -59,6 +59,13 @@ void ProcessHandler::handleMsg(ipcMsg_t* msg) {
             static_cast<int>(msg->dstProcessId), static_cast<unsigned long>(msg->srcProcessId));
 }
 
+void ProcessHandler::handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload) {
+    // ipcMsg_t's alignment, so the header reads in place.
+    std::vector<uint64_t> frame((kIpcHeaderSize + payload.size() + 7) / 8);
+    encodeFrame(header, payload.data(), reinterpret_cast<uint8_t*>(frame.data()));
+    handleMsg(reinterpret_cast<ipcMsg_t*>(frame.data()));
+}
+
 void ProcessHandler::handleSessionEnd(unsigned int) {}
 
 void ProcessHandler::handleSocketEnd(unsigned int sessionId, uint64_t) {

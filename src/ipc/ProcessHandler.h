@@ -1,6 +1,7 @@
 // ProcessHandler: the receiving end of a registered socket. The socket's receiver
-// thread calls handleMsg for every frame and handleSessionEnd once when the socket
-// fails or closes; both may run concurrently with the owner's threads.
+// thread calls handleFrame (by default handleMsg) for every frame and handleSessionEnd
+// once when the socket fails or closes; both may run concurrently with the owner's
+// threads.
 //
 // Lifetime: a handler must outlive the receiver threads that serve it. Owners call
 // waitForReceivers() (after removing the registration and shutting the socket down)
@@ -45,6 +46,10 @@ public:
 
     // Default: logs and drops the frame. `msg` lives only during the call.
     virtual void handleMsg(ipcMsg_t* msg);
+    // What the receiver calls for every frame: its header and its payload, which the
+    // handler may keep. Default: the frame laid out whole (header, then payload) for
+    // handleMsg.
+    virtual void handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload);
     // Default: nothing.
     virtual void handleSessionEnd(unsigned int sessionId);
     // What the receiver of a registered socket calls when the socket ends: `registration`

@@ -6,10 +6,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <mutex>
 #include <system_error>
 #include <vector>
@@ -27,6 +29,38 @@ constexpr const char* kTag = "RUX";
     return result == 0 ? buffer : "Unknown error";
 }
 [[maybe_unused]] const char* errorMessage(const char* result, const char*) { return result; }
+
+// Room for exactly `length` payload bytes, none of them written yet; false when it
+// cannot be had.
+bool reservePayload(std::vector<uint8_t>& payload, uint64_t length) {
+    if (length != static_cast<size_t>(length)) return false;
+    try {
+        payload.reserve(static_cast<size_t>(length));
+    } catch (const std::exception&) {  // bad_alloc, or length_error past max_size()
+        return false;
+    }
+    return true;
+}
+
+// Reads `length` bytes into `payload` (reserved for them), a piece at a time: the
+// vector grows only just ahead of the bytes that fill it. What recv returned in the
+// end: `length`, fewer when the peer closed, -1 on an error.
+ssize_t receivePayload(int fd, std::vector<uint8_t>& payload, uint64_t length) {
+    constexpr size_t kPiece = 64 * 1024;
+    while (payload.size() < length) {
+        const size_t at = payload.size();
+        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - at, kPiece));
+        payload.resize(at + want);
+        ssize_t got;
+        do {
+            got = ::recv(fd, payload.data() + at, want, MSG_WAITALL);
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) return at == 0 ? -1 : static_cast<ssize_t>(at);
+        payload.resize(at + static_cast<size_t>(got));
+        if (static_cast<size_t>(got) < want) break;  // the peer closed mid-payload
+    }
+    return static_cast<ssize_t>(payload.size());
+}
 
 }  // namespace
 
@@ -161,18 +195,30 @@ bool ProcessUtilsGlobals::sendIpc(const ipcMsg_t* msg, int* error) {
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "data null");
         return false;
     }
+    return sendBytes(*msg, reinterpret_cast<const uint8_t*>(msg), kIpcHeaderSize + msg->length,
+                     error);
+}
+
+bool ProcessUtilsGlobals::sendFrame(const std::vector<uint8_t>& frame, int* error) {
+    if (error != nullptr) *error = 0;
+    ipcMsg_t header{};
+    if (!decodeFrameHeader(frame.data(), frame.size(), header)) return false;
+    return sendBytes(header, frame.data(), frame.size(), error);
+}
+
+bool ProcessUtilsGlobals::sendBytes(const ipcMsg_t& header, const uint8_t* bytes, size_t size,
+                                    int* error) {
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "dstProcessId: 0x%lx, sessionId: %ld",
-            static_cast<unsigned long>(msg->dstProcessId), static_cast<long>(msg->sessionId));
+            static_cast<unsigned long>(header.dstProcessId), static_cast<long>(header.sessionId));
     std::shared_ptr<SocketDescriptor> io;
     {
         std::shared_lock<std::shared_mutex> guard(lock);
-        auto it = sockets.find(SocketKey{msg->dstProcessId, msg->sessionId});
+        auto it = sockets.find(SocketKey{header.dstProcessId, header.sessionId});
         if (it == sockets.end()) return false;
         io = it->second.io;
     }
-    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "send: length: %ld", static_cast<long>(msg->length));
-    const ssize_t sent =
-        ::send(io->fd, msg, kIpcHeaderSize + msg->length, MSG_NOSIGNAL);
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "send: length: %ld", static_cast<long>(header.length));
+    const ssize_t sent = ::send(io->fd, bytes, size, MSG_NOSIGNAL);
     if (sent < 1) {
         const int err = errno;
         if (error != nullptr) *error = err;
@@ -237,28 +283,19 @@ void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool m
             break;
         }
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received data size: %d", static_cast<int>(header.length));
-        // The length is trusted: the frame is allocated whole, and a size that cannot
+        // The length is trusted: the payload is allocated whole, and a size that cannot
         // be allocated ends the process.
-        void* buffer = nullptr;
-        if (header.length <= SIZE_MAX - kIpcHeaderSize)
-            buffer = std::malloc(kIpcHeaderSize + header.length);
-        if (buffer == nullptr) {
+        std::vector<uint8_t> payload;
+        if (!reservePayload(payload, header.length)) {
             __android_log_print(ANDROID_LOG_ERROR, kTag, "malloc failed");
             std::exit(-1);
         }
-        std::memset(buffer, 0, kIpcHeaderSize + header.length);
-        std::memcpy(buffer, &header, kIpcHeaderSize);
-        auto* frame = static_cast<ipcMsg_t*>(buffer);
         if (header.length > 0) {
-            ssize_t got;
-            do {
-                got = ::recv(io.fd, ipcPayload(frame), header.length, MSG_WAITALL);
-            } while (got < 0 && errno == EINTR);
+            const ssize_t got = receivePayload(io.fd, payload, header.length);
             if (got == -1) {
                 err = errno;
                 RUX_LOG(ANDROID_LOG_ERROR, kTag, "Error 2nd recv: errno: %d(%s)", err,
                         errnoText(err).c_str());
-                std::free(buffer);
                 break;
             }
             if (static_cast<uint64_t>(got) != header.length) {
@@ -266,17 +303,15 @@ void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool m
                 RUX_LOG(ANDROID_LOG_ERROR, kTag,
                         "Unexpected data received: expected size: %d, received size: %d",
                         static_cast<int>(header.length), static_cast<int>(got));
-                std::free(buffer);
                 break;
             }
         }
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "recv: length: %d", static_cast<int>(header.length));
         try {
-            handler.handleMsg(frame);
+            handler.handleFrame(header, std::move(payload));
         } catch (...) {
             RUX_LOG(ANDROID_LOG_ERROR, kTag, "handleMsg threw; frame dropped");
         }
-        std::free(buffer);
     }
 
     RUX_LOG(ANDROID_LOG_ERROR, kTag, "ipc recv error: %d for socket %d", err, fd);

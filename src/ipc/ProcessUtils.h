@@ -24,6 +24,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "ipc/IpcFrame.h"
 #include "ipc/ProcessHandler.h"
@@ -76,6 +77,8 @@ public:
     // The same; on failure *error is the send's errno, or 0 when nothing was sent
     // (no frame, no such registration).
     bool sendIpc(const ipcMsg_t* msg, int* error);
+    // The same for a frame built in a byte vector (header, then exactly its payload).
+    bool sendFrame(const std::vector<uint8_t>& frame, int* error);
 
     unsigned long assignedProcessId() const;
     std::string assignedProcessName() const;
@@ -92,6 +95,7 @@ public:
 private:
     friend void ipcReceiver(int fd, ProcessHandler& handler);
     bool startReceiver(const SocketKey& key, int fd, ProcessHandler& handler, uint64_t token);
+    bool sendBytes(const ipcMsg_t& header, const uint8_t* bytes, size_t size, int* error);
     static void receiverMain(std::shared_ptr<ProcessUtilsGlobals> globals,
                              std::shared_ptr<SocketDescriptor> io, int fd,
                              ProcessHandler* handler, std::shared_ptr<ReceiverTracker> tracker);

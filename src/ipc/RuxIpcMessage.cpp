@@ -8,11 +8,15 @@ namespace rux::ipc {
 
 std::vector<uint8_t> SendBlobMessage::serialize() {
     std::vector<uint8_t> bytes;
-    bytes.reserve(kTypeSize + blob.size());
-    const uint32_t type = sdkType;
-    for (size_t i = 0; i < kTypeSize; ++i) bytes.push_back(static_cast<uint8_t>(type >> (8 * i)));
-    bytes.insert(bytes.end(), blob.begin(), blob.end());
+    appendSerialized(bytes);
     return bytes;
+}
+
+void SendBlobMessage::appendSerialized(std::vector<uint8_t>& out) {
+    out.reserve(out.size() + kTypeSize + blob.size());
+    const uint32_t type = sdkType;
+    for (size_t i = 0; i < kTypeSize; ++i) out.push_back(static_cast<uint8_t>(type >> (8 * i)));
+    out.insert(out.end(), blob.begin(), blob.end());
 }
 
 bool SendBlobMessage::deserialize(std::vector<uint8_t> bytes) {
@@ -23,7 +27,10 @@ bool SendBlobMessage::deserialize(std::vector<uint8_t> bytes) {
     uint32_t type = 0;
     for (size_t i = 0; i < kTypeSize; ++i) type |= static_cast<uint32_t>(bytes[i]) << (8 * i);
     sdkType = static_cast<RuxSdkType>(type);
-    blob.assign(bytes.begin() + kTypeSize, bytes.end());
+    // The bytes are this message's own: the blob is what follows the type, moved down
+    // in place rather than copied out.
+    bytes.erase(bytes.begin(), bytes.begin() + kTypeSize);
+    blob = std::move(bytes);
     return true;
 }
 

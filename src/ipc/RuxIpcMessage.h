@@ -22,6 +22,12 @@ public:
     virtual std::vector<uint8_t> serialize() = 0;
     // False when `bytes` cannot be this message; the message is then left unchanged.
     virtual bool deserialize(std::vector<uint8_t> bytes) = 0;
+    // Appends serialize()'s bytes to `out` (how a message is put into a frame); messages
+    // with a payload of their own write it there directly.
+    virtual void appendSerialized(std::vector<uint8_t>& out) {
+        const std::vector<uint8_t> bytes = serialize();
+        out.insert(out.end(), bytes.begin(), bytes.end());
+    }
 
     std::string name;
     unsigned int id;
@@ -61,6 +67,9 @@ public:
           payload(std::move(payload)) {}
     std::vector<uint8_t> serialize() override { return payload; }
     bool deserialize(std::vector<uint8_t>) override { return true; }
+    void appendSerialized(std::vector<uint8_t>& out) override {
+        out.insert(out.end(), payload.begin(), payload.end());
+    }
 
     uint32_t subsystemId;
     uint32_t msgId;
@@ -92,6 +101,7 @@ public:
     std::vector<uint8_t> serialize() override;
     // Fewer than 4 bytes is not a SendBlobMessage: logged, false.
     bool deserialize(std::vector<uint8_t> bytes) override;
+    void appendSerialized(std::vector<uint8_t>& out) override;
 
     RuxSdkType sdkType;
     std::vector<uint8_t> blob;

@@ -150,17 +150,22 @@ public:
     }
 
     void handleMsg(ipcMsg_t* msg) override {
+        if (msg == nullptr) return;
+        handleFrame(*msg, std::vector<uint8_t>(ipcPayload(msg), ipcPayload(msg) + msg->length));
+    }
+
+    void handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload) override {
         auto self = weak_from_this().lock();
         auto core = mCore.lock();
-        if (!self || !core || msg == nullptr) return;
+        if (!self || !core) return;
         waitAnnounced();
         IncomingFrame frame;
-        frame.srcProcessId = msg->srcProcessId;
-        frame.dstProcessId = msg->dstProcessId;
-        frame.msgId = msg->msgId;
-        frame.subsystemId = msg->subsystemId;
-        frame.sessionId = msg->sessionId;
-        frame.payload.assign(ipcPayload(msg), ipcPayload(msg) + msg->length);
+        frame.srcProcessId = header.srcProcessId;
+        frame.dstProcessId = header.dstProcessId;
+        frame.msgId = header.msgId;
+        frame.subsystemId = header.subsystemId;
+        frame.sessionId = header.sessionId;
+        frame.payload = std::move(payload);
         if (frame.msgId == SendBlobMessage::ID && frame.subsystemId == 0) {
             SendBlobMessage blob;
             if (blob.deserialize(frame.payload)) {

@@ -126,13 +126,17 @@ void RuxIpcSession::handleMsg(ipcMsg_t* frame) {
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "ipcMsg is null");
         return;
     }
-    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received IPC message id: %d, state: %d",
-            static_cast<int>(frame->msgId), static_cast<int>(frame->subsystemId));
     const uint8_t* payload = ipcPayload(frame);
-    std::vector<uint8_t> bytes(payload, payload + frame->length);
-    postToSelf(std::make_shared<RuxIpcIncomingRawMessage>(static_cast<uint32_t>(frame->subsystemId),
-                                                          static_cast<uint32_t>(frame->msgId),
-                                                          std::move(bytes)));
+    handleFrame(*frame, std::vector<uint8_t>(payload, payload + frame->length));
+}
+
+// The receiver's frames: the payload it read travels on in the message, uncopied.
+void RuxIpcSession::handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload) {
+    RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received IPC message id: %d, state: %d",
+            static_cast<int>(header.msgId), static_cast<int>(header.subsystemId));
+    postToSelf(std::make_shared<RuxIpcIncomingRawMessage>(static_cast<uint32_t>(header.subsystemId),
+                                                          static_cast<uint32_t>(header.msgId),
+                                                          std::move(payload)));
 }
 
 void RuxIpcSession::handleSessionEnd(unsigned int sessionId) {
@@ -365,7 +369,8 @@ void RuxIpcSession::handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcM
         return;
     }
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found message constructor; constructing msg");
-    std::shared_ptr<RuxIpcMessage> built = entry.constructor(raw->payload);
+    // Nothing else reads the raw message's payload: the new message takes it over.
+    std::shared_ptr<RuxIpcMessage> built = entry.constructor(std::move(raw->payload));
     if (entry.handler) {
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found message handler; calling handler");
         entry.handler(std::move(built));
@@ -386,12 +391,9 @@ void RuxIpcSession::handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>&
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "IPC socket is not connected");
         return;
     }
-    std::vector<uint8_t> bytes = raw->serialize();
     const uint64_t registration = mRegistration.load();
     int err = 0;
-    if (!ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), raw->msgId, raw->subsystemId,
-                                      mOwnProcessId, mPeerProcessId, mSessionId.load(), &err) &&
-        peerGone(err))
+    if (!sendAsFrame(*raw, raw->msgId, raw->subsystemId, &err) && peerGone(err))
         endAfterSendFailure(registration, err);
 }
 
@@ -400,13 +402,27 @@ void RuxIpcSession::handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg)
         RUX_LOG(ANDROID_LOG_ERROR, kTag, "IPC socket is not connected");
         return;
     }
-    std::vector<uint8_t> bytes = msg->serialize();
     const uint64_t registration = mRegistration.load();
     int err = 0;
-    if (!ProcessUtilsWrapper::sendMsg(bytes.data(), bytes.size(), msg->id, 0, mOwnProcessId,
-                                      mPeerProcessId, mSessionId.load(), &err) &&
-        peerGone(err))
+    if (!sendAsFrame(*msg, msg->id, 0, &err) && peerGone(err))
         endAfterSendFailure(registration, err);
+}
+
+// The message's bytes go straight behind the header into the one buffer that is sent:
+// a message's payload is copied once on its way to the socket.
+bool RuxIpcSession::sendAsFrame(RuxIpcMessage& msg, uint64_t msgId, uint64_t subsystemId,
+                                int* err) {
+    std::vector<uint8_t> frame(kIpcHeaderSize);
+    msg.appendSerialized(frame);
+    ipcMsg_t header{};
+    header.srcProcessId = mOwnProcessId;
+    header.dstProcessId = mPeerProcessId;
+    header.msgId = msgId;
+    header.subsystemId = subsystemId;
+    header.sessionId = mSessionId.load();
+    header.length = frame.size() - kIpcHeaderSize;
+    std::memcpy(frame.data(), &header, kIpcHeaderSize);
+    return mGlobals && mGlobals->sendFrame(frame, err);
 }
 
 // A send found the peer gone. The session ends here as it would on a receive error,

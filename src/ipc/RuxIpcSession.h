@@ -79,6 +79,7 @@ public:
     ProcessId peerProcessId() const { return mPeerProcessId; }
 
     void handleMsg(ipcMsg_t* frame) override;
+    void handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload) override;
     void handleSessionEnd(unsigned int sessionId) override;
     void handleSocketEnd(unsigned int sessionId, uint64_t registration) override;
     void handleEvent(std::shared_ptr<RuxIpcMessage> msg) override;
@@ -98,6 +99,7 @@ private:
     void handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
     void handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
     void handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg);
+    bool sendAsFrame(RuxIpcMessage& msg, uint64_t msgId, uint64_t subsystemId, int* err);
     void handleSessionEndEvent(uint64_t registration);
     void endAfterSendFailure(uint64_t registration, int err);
     // Takes the socket (if still there), closes it and reports the loss once.

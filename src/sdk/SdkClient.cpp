@@ -306,7 +306,7 @@ bool SdkClient::sendBlobToService(RuxSdkClientType type, std::vector<uint8_t> bl
 void SdkClient::handleSendBlobMessage(std::shared_ptr<SendBlobMessage> msg) {
     RUXSDK_LOG("handleSendBlobMessage");
     if (!msg) return;
-    notifyReceivedBlob(convertSdkTypeToSdk(msg->sdkType), msg->blob);
+    notifyReceivedBlob(convertSdkTypeToSdk(msg->sdkType), std::move(msg->blob));
 }
 
 }  // namespace rux::sdk

@@ -107,7 +107,8 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
     }
     // Not connected: nothing is sent, and the connect attempt has already reported
     // SERVICE_DOWN.
-    if (isConnected(ev->type) && !sendBlobToService(ev->type, ev->blob)) {
+    // The event's blob is not needed after this: it is handed on, not copied.
+    if (isConnected(ev->type) && !sendBlobToService(ev->type, std::move(ev->blob))) {
         const Listener listener = listenerInsertingEmpty(ev->type);
         if (listener) callListener(listener, SEND_FAILED, {});
     }

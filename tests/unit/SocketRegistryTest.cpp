@@ -10,6 +10,7 @@
 #include <future>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "LogCapture.h"
@@ -149,11 +150,35 @@ TEST_F(SocketRegistryTest, FramesTravelBothWaysByteExact) {
     EXPECT_TRUE(handler.ends.empty());
 }
 
-// The peer closes after `cut` bytes of a frame with a 10-byte payload, for every cut.
+// A payload larger than the receiver's read pieces (64 KiB) arrives whole and in order.
+TEST_F(SocketRegistryTest, LargePayloadArrivesWhole) {
+    Bytes payload(200 * 1024 + 7);
+    for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<uint8_t>(i * 7 + i / 251);
+    const Bytes frame = frameBytes(1, 101, 5, 0, 42, payload);
+    ASSERT_TRUE(registerSocket(11, 42, pair.local, handler));
+    pair.writeRemote(frame);
+    ASSERT_TRUE(handler.waitFrames(1));
+    retire(11, 42, pair, handler);
+    ipcMsg_t header{};
+    ASSERT_TRUE(decodeFrameHeader(frame.data(), frame.size(), header));
+    Bytes whole(frame.size() + 8);  // aligned copy for show()
+    std::memcpy(whole.data(), frame.data(), frame.size());
+    EXPECT_TRUE(handler.frames.at(0) == show(*reinterpret_cast<const ipcMsg_t*>(whole.data())));
+}
+
+// The peer closes after `cut` bytes of a frame, for every cut of a 10-byte payload and
+// around the receiver's 64 KiB read pieces of a larger one.
 TEST_F(SocketRegistryTest, FrameCutShortAtAnyOffsetEndsTheSessionWithItsLogLine) {
-    const Bytes frame = frameBytes(1, 101, 5, 0, 42, Bytes(10, 0x5A));
-    for (size_t cut = 0; cut < frame.size(); ++cut) {
-        SCOPED_TRACE("cut at " + std::to_string(cut));
+    const Bytes small = frameBytes(1, 101, 5, 0, 42, Bytes(10, 0x5A));
+    const Bytes large = frameBytes(1, 101, 5, 0, 42, Bytes(3 * 65536 + 5, 0xA5));
+    std::vector<std::pair<const Bytes*, size_t>> cuts;
+    for (size_t cut = 0; cut < small.size(); ++cut) cuts.emplace_back(&small, cut);
+    for (size_t cut :
+         {kIpcHeaderSize + 65535, kIpcHeaderSize + 65536, kIpcHeaderSize + 65537, large.size() - 1})
+        cuts.emplace_back(&large, cut);
+    for (const auto& [framePtr, cut] : cuts) {
+        const Bytes& frame = *framePtr;
+        SCOPED_TRACE("cut at " + std::to_string(cut) + " of " + std::to_string(frame.size()));
         capture.clear();
         SocketPair pair;
         RecordingHandler handler;
@@ -167,9 +192,9 @@ TEST_F(SocketRegistryTest, FrameCutShortAtAnyOffsetEndsTheSessionWithItsLogLine)
         if (cut < kIpcHeaderSize) {
             EXPECT_TRUE(logged(capture, "Error 1st recv")) << capture.dump();
         } else {
-            const std::string line =
-                "Unexpected data received: expected size: 10, received size: " +
-                std::to_string(cut - kIpcHeaderSize);
+            const std::string line = "Unexpected data received: expected size: " +
+                                     std::to_string(frame.size() - kIpcHeaderSize) +
+                                     ", received size: " + std::to_string(cut - kIpcHeaderSize);
             EXPECT_EQ(capture.findEndingWith(line).priority, 6) << capture.dump();
         }
         EXPECT_TRUE(
