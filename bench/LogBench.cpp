@@ -40,7 +40,7 @@ void noLogger(const struct __android_logger_data*, const char*) {}
 
 // A record line as the library builds it for `RUX_LOG(4, "RUX", "bench record %d", i)`.
 std::string sampleLine(int i) {
-    rux::Log::LogRecord r;
+    rux::log::Log::LogRecord r;
     r.init(4, "|RUX|LogBench::addLogRecord:42 bench record " + std::to_string(i));
     return r.getDiagEntry();
 }
@@ -98,8 +98,8 @@ void BM_AddLogRecordEncrypted(benchmark::State& state) {
                    static_cast<std::streamsize>(9 + config.publicKeyPem.size()));
         rux::log::setLogRoot(gRoot);
         rux::log::setPluginPath(gRoot + "/none.so");
-        rux::Log::getInstance().init("rux");
-        return rux::Log::getInstance().encryptionActive();
+        rux::log::Log::getInstance().init("rux");
+        return rux::log::Log::getInstance().encryptionActive();
     }();
     if (!ready) {
         state.SkipWithError("log encryption did not start");
@@ -137,7 +137,7 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     RateReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    rux::Log::getInstance().release();
+    rux::log::Log::getInstance().release();
     std::filesystem::remove_all(gRoot);
 
     const std::pair<const char*, const char*> unseen[] = {

@@ -1,5 +1,6 @@
 // Log: the fronts (addLogRecord, printToAdb, dMapLog), the record queue with its
-// dumper thread, the log timer thread, the log plug-in and the encrypted log files.
+// dumper thread, the log timer thread, the log plug-in and the encryption set-up (the
+// files themselves are in LogFiles.cpp), and the host process's entry of rux_log.h.
 //
 // Lifecycle: the object is built when the library loads and never freed. init() runs
 // under the record mutex and moves the phase from idle to running; release() takes the
@@ -42,8 +43,10 @@
 #include "log/LogFileFormat.h"
 #include "log/LogFormat.h"
 #include "log/LogSeams.h"
+#include "log/LogState.h"
+#include "log/RecordFields.h"
 
-namespace rux {
+namespace rux::log {
 
 bool Log::isVerboseLogEnabled = true;
 std::atomic<void*> Log::_libalog_handle{nullptr};
@@ -56,113 +59,12 @@ namespace {
 constexpr char kLevelLetters[] = "XXVDIWEF";
 constexpr const char* kLoggingProperty = "persist.vendor.data.rux.logging";
 constexpr const char* kPermsProperty = "persist.vendor.data.rux.log_perms";
-constexpr const char* kDeviceLogRoot = "/data/vendor/rux_logs";
-constexpr const char* kMainDir = "/main";
-constexpr const char* kOtherDir = "/other";
 constexpr const char* kConfigFile = "/config/rux_log_config";
-constexpr const char* kFilePrefix = "rux_log_";
-constexpr const char* kSkipConfig = "rux_log_config";
-constexpr const char* kSkipTrace = "rux_log_trace";
-constexpr const char* kPluginName = "libruxalog.so";
-constexpr long long kDefaultTimerPeriodMs = 30000;
-constexpr int kStaleAgeSeconds = 3600;
-constexpr size_t kFilesKept = 3;
 constexpr size_t kMaxConfigBytes = 64 * 1024;
 
 // Set while a record line is being built on this thread, so that the line reporting
 // a failed time conversion does not try to build a record line of its own.
 thread_local bool tBuildingEntry = false;
-// Set while a record is being encrypted on this thread: a line logged from inside
-// the encryption (a failing random source) is not encrypted again.
-thread_local bool tEncrypting = false;
-
-// The process id is asked for once (and again in a child after fork), each thread's id
-// once per thread, and the local time text once per second per thread: a record
-// costs no system call and no lock of its own.
-std::atomic<int> gPid{0};
-std::atomic<unsigned> gForkGeneration{0};
-thread_local unsigned tTidGeneration = ~0u;
-thread_local unsigned long tTid = 0;
-
-void forgetIdsInChild() {
-    gPid.store(0, std::memory_order_relaxed);
-    gForkGeneration.fetch_add(1, std::memory_order_relaxed);
-}
-
-int currentPid() {
-    int pid = gPid.load(std::memory_order_relaxed);
-    if (pid == 0) {
-        pid = getpid();
-        gPid.store(pid, std::memory_order_relaxed);
-    }
-    return pid;
-}
-
-unsigned long currentTid() {
-    const unsigned generation = gForkGeneration.load(std::memory_order_relaxed);
-    if (tTidGeneration != generation) {
-        tTid = static_cast<unsigned long>(syscall(SYS_gettid));
-        tTidGeneration = generation;
-    }
-    return tTid;
-}
-
-// Builds a record line in a kLineBufferSize buffer, keeping what does not fit out.
-class LineWriter {
-public:
-    explicit LineWriter(char* out) : mOut(out) {}
-    void put(const char* text) {
-        while (*text != '\0' && mLength < log::kLineBufferSize - 1) mOut[mLength++] = *text++;
-    }
-    // printf's "%<width>d" (pad ' ') or "%0<width>d" (pad '0') of a signed or unsigned value.
-    template <typename T>
-    void putDecimal(T value, int width, char pad) {
-        const bool negative = value < 0;
-        unsigned long long magnitude = negative ? 0ULL - static_cast<unsigned long long>(value)
-                                                : static_cast<unsigned long long>(value);
-        char digits[24];
-        int n = 0;
-        do {
-            digits[n++] = static_cast<char>('0' + magnitude % 10);
-            magnitude /= 10;
-        } while (magnitude != 0);
-        int fill = width - n - (negative ? 1 : 0);
-        char text[48];
-        int t = 0;
-        if (pad == ' ')
-            for (; fill > 0; --fill) text[t++] = ' ';
-        if (negative) text[t++] = '-';
-        for (; fill > 0; --fill) text[t++] = '0';
-        while (n > 0) text[t++] = digits[--n];
-        text[t] = '\0';
-        put(text);
-    }
-    size_t length() const { return mLength; }
-
-private:
-    char* mOut;
-    size_t mLength = 0;
-};
-
-struct TimeText {
-    bool valid = false;
-    time_t second = 0;
-    char text[50];
-};
-thread_local TimeText tTimeText;
-
-// "%F %X" of `second` in local time, or null when it cannot be converted.
-const char* localTimeText(time_t second) {
-    TimeText& t = tTimeText;
-    if (!t.valid || t.second != second) {
-        struct tm tmv {};
-        if (localtime_r(&second, &tmv) == nullptr) return nullptr;
-        std::strftime(t.text, sizeof t.text, "%F %X", &tmv);
-        t.second = second;
-        t.valid = true;
-    }
-    return t.text;
-}
 
 // Wakes the log timer: release() to stop it, the SIGUSR1 handler to have it log.
 struct TimerWake {
@@ -178,117 +80,15 @@ struct TimerWake {
 static_assert(std::atomic<int>::is_always_lock_free, "the signal handler needs a lock-free int");
 TimerWake gTimerWake;
 
-#if RUX_PLATFORM_HOST
-std::atomic<long long> gTimerPeriodMs{kDefaultTimerPeriodMs};
-std::mutex gSeamMutex;
-std::string gLogRootOverride;    // guarded by gSeamMutex
-std::string gPluginPathOverride; // guarded by gSeamMutex
-#endif
-
-long long timerPeriodMs() {
-#if RUX_PLATFORM_HOST
-    return gTimerPeriodMs.load();
-#else
-    return kDefaultTimerPeriodMs;
-#endif
-}
-
-std::string logRoot() {
-#if RUX_PLATFORM_HOST
-    {
-        std::lock_guard<std::mutex> lock(gSeamMutex);
-        if (!gLogRootOverride.empty()) return gLogRootOverride;
-    }
-    const char* env = std::getenv("RUX_LOG_ROOT");
-    if (env != nullptr && *env != '\0') return env;
-#endif
-    return kDeviceLogRoot;
-}
-
-std::string pluginPath() {
-#if RUX_PLATFORM_HOST
-    std::lock_guard<std::mutex> lock(gSeamMutex);
-    if (!gPluginPathOverride.empty()) return gPluginPathOverride;
-#endif
-    return kPluginName;
-}
-
-bool fileExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0;
-}
-
 // The Log object is built when the library loads and is never freed: threads that
 // are still logging while the process exits keep a valid object. Unloading stops the
 // log threads.
 struct LogLifetime {
-    LogLifetime() {
-        Log::getInstance();
-        pthread_atfork(nullptr, nullptr, forgetIdsInChild);
-    }
+    LogLifetime() { Log::getInstance(); }
     ~LogLifetime() { Log::getInstance().release(); }
 } gLogLifetime;
 
 }  // namespace
-
-#if RUX_PLATFORM_HOST
-namespace log {
-void setTimerPeriod(std::chrono::milliseconds period) { gTimerPeriodMs.store(period.count()); }
-void setLogRoot(const std::string& root) {
-    std::lock_guard<std::mutex> lock(gSeamMutex);
-    gLogRootOverride = root;
-}
-void setPluginPath(const std::string& path) {
-    std::lock_guard<std::mutex> lock(gSeamMutex);
-    gPluginPathOverride = path;
-}
-}  // namespace log
-#endif
-
-struct Log::State {
-    enum class Phase { kIdle, kRunning, kStopping };
-
-    std::recursive_mutex recordMutex;
-    utils::ThreadSafeQueue<std::shared_ptr<LogRecord>> records;
-    utils::ThreadSafeQueue<DumpRequestType> dumpRequests;
-
-    // Lifecycle, guarded by recordMutex (initialized is also read without it).
-    Phase phase = Phase::kIdle;
-    std::atomic<bool> initialized{false};
-    std::thread dumperThread;
-    std::thread timerThread;
-
-    // The tag, read by every logging call without a lock: every tag ever set is kept
-    // (there are few), so a reader's pointer never dangles.
-    std::mutex tagLock;
-    std::list<std::string> tags{std::string()};  // guarded by tagLock
-    std::atomic<const std::string*> tag{&tags.front()};
-    std::atomic<bool> bufferedDiag{false};
-    std::atomic<bool> dmapDebugOff{false};
-    std::atomic<bool> dmapOff{false};
-    std::atomic<bool> encryptionActive{false};
-    std::atomic<bool> groupWritable{false};
-
-    // The log files, guarded by recordMutex.
-    std::vector<uint8_t> aesKey;
-    std::vector<uint8_t> fileHeader;
-    int recordsInFile = 0;
-    int fileIndex = 0;
-    uint64_t maxRecordsPerFile = logfile::kDefaultMaxRecords;
-    uint64_t maxFiles = logfile::kDefaultMaxFiles;
-    std::string currentFileName;
-    std::string fileTag;
-    // The log file that records are appended to, kept open between records; closed
-    // whenever files are removed or renamed. Guarded by recordMutex.
-    int recordFd = -1;
-    std::string recordFdName;
-    CryptoUtil recordCrypto;  // encrypts every record; guarded by recordMutex
-    // Buffers of the record being encrypted, reused from record to record. Guarded by
-    // recordMutex.
-    std::vector<uint8_t> plain, cipher, iv, gcmTag;
-};
-
-using Lock = std::lock_guard<std::recursive_mutex>;
 
 const char* dumpRequestName(int type) {
     switch (type) {
@@ -335,7 +135,7 @@ std::string Log::LogRecord::getDiagEntry() const {
     }
     // "%s.%03d %5d %5lu %c %s : " and the message up to its first zero byte, cut at 511
     // characters; written piece by piece, as snprintf would.
-    char line[log::kLineBufferSize];
+    char line[kLineBufferSize];
     LineWriter w(line);
     w.put(date);
     w.put(".");
@@ -435,10 +235,10 @@ void Log::addLogRecord(int level, const char* tag, const char* file, const char*
     State& s = *mState;
     const Audience a = audienceFor(level);
     if (!a.anyone()) return;
-    char text[log::kLineBufferSize];
+    char text[kLineBufferSize];
     va_list args;
     va_start(args, format);
-    const size_t length = log::formatMessage(text, tag, file, function, line, format, args);
+    const size_t length = formatMessage(text, tag, file, function, line, format, args);
     va_end(args);
 
     if (!a.record) {
@@ -459,10 +259,10 @@ void Log::addLogRecord(int level, const char* tag, const char* file, const char*
 
 void Log::printToAdb(int level, const char* tag, const char* file, const char* function,
                      int line, const char* format, ...) {
-    char text[log::kLineBufferSize];
+    char text[kLineBufferSize];
     va_list args;
     va_start(args, format);
-    const size_t length = log::formatMessage(text, tag, file, function, line, format, args);
+    const size_t length = formatMessage(text, tag, file, function, line, format, args);
     va_end(args);
     __android_log_print(level, mState->tag.load(std::memory_order_acquire)->c_str(), "%s", text);
     postDumpIfQueueFull();
@@ -496,7 +296,7 @@ void Log::logModuleDebug(const char* format, ...) {
     const std::string full = std::string("| ruxLog |") + " " + (format ? format : "");
     va_list args;
     va_start(args, format);
-    const std::string text = log::formatLine(full.c_str(), args);
+    const std::string text = formatLine(full.c_str(), args);
     va_end(args);
     __android_log_print(ANDROID_LOG_DEBUG, logTag, "%s", text.c_str());
 }
@@ -737,156 +537,6 @@ void Log::initLogEncryption() {
     s.encryptionActive.store(true);
 }
 
-void Log::prepareLogFiles() {
-    State& s = *mState;
-    closeRecordFile();
-    // The folder normally exists on the device; a fresh host root may lack it.
-    if (s.groupWritable.load()) umask(002);
-    ::mkdir(getLogFilePath().c_str(), 0770);
-    checkExistingFiles();
-    s.fileTag = getFileTag();
-    createNewlogFileName();
-    if (fileExists(s.currentFileName)) std::remove(s.currentFileName.c_str());
-    writeToFile(s.fileHeader, s.currentFileName);
-}
-
-std::string Log::getFileTag() const {
-    const std::string t = tag();
-    return t == "rux" ? "p0" : t;
-}
-
-std::string Log::getLogFilePath() const {
-    return logRoot() + (tag() == "rux" ? kMainDir : kOtherDir);
-}
-
-bool Log::createNewlogFileName() {
-    State& s = *mState;
-    Lock lock(s.recordMutex);
-    s.currentFileName =
-        getLogFilePath() + "/" + kFilePrefix + s.fileTag + "_0" + std::to_string(s.fileIndex);
-    if (s.groupWritable.load()) umask(002);
-    if (FILE* f = std::fopen(s.currentFileName.c_str(), "ab")) std::fclose(f);
-    return true;
-}
-
-void Log::checkExistingFiles() {
-    State& s = *mState;
-    Lock lock(s.recordMutex);
-    const std::string dirPath = getLogFilePath();
-    DIR* dir = opendir(dirPath.c_str());
-    if (dir == nullptr) return;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const std::string wanted = std::string(kFilePrefix) + s.fileTag;
-    std::map<int, std::string> filesByAge;
-    while (const dirent* entry = readdir(dir)) {
-        const std::string name = entry->d_name;
-        if (name == kSkipConfig || name == kSkipTrace) continue;
-        if (name.find(wanted) == std::string::npos) continue;
-        const std::string path = dirPath + "/" + name;
-        struct stat st {};
-        if (::stat(path.c_str(), &st) != 0) continue;
-        const long long age = std::max<long long>(now.tv_sec - st.st_mtime, 0);
-        filesByAge.emplace(static_cast<int>(std::min<long long>(age, INT32_MAX)), path);
-    }
-    closedir(dir);
-    if (!filesByAge.empty()) reviewExistingFiles(filesByAge);
-}
-
-void Log::reviewExistingFiles(const std::map<int, std::string>& filesByAge) {
-    State& s = *mState;
-    Lock lock(s.recordMutex);
-    if (filesByAge.empty()) return;
-    closeRecordFile();  // it may be one of those removed below
-    const std::string& newest = filesByAge.begin()->second;
-    // Only the last digit counts; anything else than a digit starts again at 0.
-    const int next = newest.empty() ? 0 : newest.back() - '0' + 1;
-    s.fileIndex = (next >= 0 && static_cast<uint64_t>(next) < s.maxFiles) ? next : 0;
-
-    if (filesByAge.size() > kFilesKept) {
-        size_t position = 0;
-        for (const auto& [age, path] : filesByAge)
-            if (++position > kFilesKept) std::remove(path.c_str());
-        return;
-    }
-    for (const auto& [age, path] : filesByAge)
-        if (age > kStaleAgeSeconds) std::remove(path.c_str());
-}
-
-void Log::writeToFile(const std::vector<uint8_t>& bytes, const std::string& fileName) {
-    if (bytes.empty()) return;
-    if (mState->groupWritable.load()) umask(002);
-    FILE* f = std::fopen(fileName.c_str(), "ab");
-    if (f == nullptr) return;
-    std::fwrite(bytes.data(), 1, bytes.size(), f);
-    std::fclose(f);
-}
-
-void Log::encryptLogMsg(const std::string& line, const std::string& fileName) {
-    State& s = *mState;
-    Lock lock(s.recordMutex);
-    if (tEncrypting) return;
-    tEncrypting = true;
-    struct Reset {
-        ~Reset() { tEncrypting = false; }
-    } reset;
-    // The caller's name, taken before rotating: the record that triggers a rotation
-    // still lands in the old file.
-    const std::string target = fileName;
-
-    if (static_cast<uint64_t>(s.recordsInFile) > s.maxRecordsPerFile) {
-        closeRecordFile();  // files are removed and created below
-        s.recordsInFile = 0;
-        s.fileIndex += 1;
-        createNewlogFileName();
-        if (fileExists(s.currentFileName)) std::remove(s.currentFileName.c_str());
-        writeToFile(s.fileHeader, s.currentFileName);
-        if (static_cast<uint64_t>(s.fileIndex) >= s.maxFiles) {
-            s.fileIndex = 0;
-            const std::string first =
-                getLogFilePath() + "/" + kFilePrefix + s.fileTag + "_00";
-            if (fileExists(first)) std::remove(first.c_str());
-        }
-    }
-
-    s.plain.assign(line.begin(), line.end());
-    if (!s.recordCrypto.encryptMsg2(s.plain, s.aesKey, s.cipher, s.iv, s.gcmTag)) return;
-    appendRecord(logfile::encodeRecord(s.iv, s.gcmTag, s.cipher), target);
-    s.recordsInFile += 1;
-}
-
-// writeToFile's append without opening and closing the file for every record: the same
-// bytes land in the same file. Called under the record mutex.
-void Log::appendRecord(const std::vector<uint8_t>& bytes, const std::string& fileName) {
-    State& s = *mState;
-    if (bytes.empty()) return;
-    if (s.recordFd >= 0 && s.recordFdName != fileName) closeRecordFile();
-    if (s.recordFd < 0) {
-        if (s.groupWritable.load()) umask(002);
-        s.recordFd = ::open(fileName.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-        if (s.recordFd < 0) return;
-        s.recordFdName = fileName;
-    }
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(s.recordFd, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            closeRecordFile();  // the next record opens the file again
-            return;
-        }
-        done += static_cast<size_t>(n);
-    }
-}
-
-void Log::closeRecordFile() {
-    State& s = *mState;
-    Lock lock(s.recordMutex);
-    if (s.recordFd >= 0) ::close(s.recordFd);
-    s.recordFd = -1;
-    s.recordFdName.clear();
-}
-
 // --- observers -------------------------------------------------------------------
 
 bool Log::initialized() const { return mState->initialized.load(); }
@@ -917,6 +567,25 @@ uint64_t Log::maxFiles() const {
 std::string Log::currentFileName() const {
     Lock lock(mState->recordMutex);
     return mState->currentFileName;
+}
+
+}  // namespace rux::log
+
+// --- the host process's entry (rux/rux_log.h) --------------------------------------
+
+namespace rux {
+
+Log& Log::getInstance() {
+    static Log entry;
+    return entry;
+}
+
+void Log::init(const char* tag) {
+    log::Log::getInstance().init(tag);
+}
+
+void Log::release() {
+    log::Log::getInstance().release();
 }
 
 }  // namespace rux

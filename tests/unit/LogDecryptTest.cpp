@@ -162,7 +162,7 @@ ToolRun runTool(const std::string& args) {
 class LogDecryptToolTest : public ::testing::Test {
 protected:
     void TearDown() override {
-        rux::Log::getInstance().release();
+        rux::log::Log::getInstance().release();
         rux::log::setLogRoot("");
         rux::log::setPluginPath("");
     }
@@ -190,11 +190,11 @@ TEST_F(LogDecryptToolTest, KeygenThenLoggingThenDecryptionRoundTrip) {
     fs::copy_file(keys + "/rux_log_config", root + "/config/rux_log_config");
     rux::log::setLogRoot(root);
     rux::log::setPluginPath(root + "/none.so");
-    rux::Log::getInstance().init("rux");
-    ASSERT_TRUE(rux::Log::getInstance().encryptionActive());
+    rux::log::Log::getInstance().init("rux");
+    ASSERT_TRUE(rux::log::Log::getInstance().encryptionActive());
     RUX_LOG(4, "RUX", "round %s", "trip");
-    rux::Log::getInstance().dMapLog(6, "map entry 100%");
-    rux::Log::getInstance().release();
+    rux::log::Log::getInstance().dMapLog(6, "map entry 100%");
+    rux::log::Log::getInstance().release();
 
     const std::string file = root + "/main/rux_log_p0_00";
     const ToolRun run = runTool("-k " + keys + "/rux_log_private.pem " + file);

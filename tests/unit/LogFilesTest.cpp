@@ -18,7 +18,7 @@
 
 namespace {
 
-using rux::Log;
+using rux::log::Log;
 using rux::test::LogCapture;
 using Bytes = std::vector<uint8_t>;
 namespace fs = std::filesystem;

@@ -23,7 +23,7 @@
 
 namespace {
 
-using rux::Log;
+using rux::log::Log;
 using rux::test::LogCapture;
 
 class LogFrontTest : public ::testing::Test {
@@ -301,14 +301,14 @@ TEST(LogBufferTest, HexDumpFormatAndPieces) {
 
 TEST(LogBufferTest, DumpRequestNames) {
     const std::pair<int, const char*> names[] = {
-        {rux::BUFFER_IS_FULL, "BUFFER_IS_FULL"},
-        {rux::USER_COMMAND, "USER_COMMAND"},
-        {rux::LOGGING_TIMER_EXPIRED, "LOGGING_TIMER_EXPIRED"},
-        {rux::CRASH_DETECTED, "CRASH_DETECTED"},
-        {rux::SHUTDOWN, "SHUTDOWN"},
+        {rux::log::BUFFER_IS_FULL, "BUFFER_IS_FULL"},
+        {rux::log::USER_COMMAND, "USER_COMMAND"},
+        {rux::log::LOGGING_TIMER_EXPIRED, "LOGGING_TIMER_EXPIRED"},
+        {rux::log::CRASH_DETECTED, "CRASH_DETECTED"},
+        {rux::log::SHUTDOWN, "SHUTDOWN"},
         {5, "UNKNOWN"},
         {-1, "UNKNOWN"}};
-    for (const auto& [type, name] : names) EXPECT_STREQ(rux::dumpRequestName(type), name);
+    for (const auto& [type, name] : names) EXPECT_STREQ(rux::log::dumpRequestName(type), name);
 }
 
 TEST_F(LogFrontTest, ConcurrentLoggersKeepEachThreadsOrder) {

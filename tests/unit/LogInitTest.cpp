@@ -20,7 +20,7 @@
 
 namespace {
 
-using rux::Log;
+using rux::log::Log;
 using rux::test::LogCapture;
 using namespace std::chrono_literals;
 
@@ -150,9 +150,11 @@ TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
     EXPECT_FALSE(capture_.contains("dmap entry"));
 }
 
+// Through the host process's entry of rux/rux_log.h, as a host calls it.
 TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
-    Log::getInstance().init("first");
-    Log::getInstance().init("second");  // only the tag changes
+    rux::Log::getInstance().init("first");
+    rux::Log::getInstance().init("second");  // only the tag changes
+    EXPECT_TRUE(Log::getInstance().initialized());
     EXPECT_EQ(Log::getInstance().tag(), "second");
     EXPECT_EQ(rux::platform::diagInitCount(), 1);
     const auto version = capture_.matching("version RUX-20250524-d9c57ad5");
@@ -167,6 +169,8 @@ TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
                                 t.entries[0].first_cmd_code, t.entries[0].last_cmd_code}),
               std::vector<int>({0, 0x00FF, 18, 1, 0, 137, 137}));
     EXPECT_EQ(t.entries[0].handler, &rux::DiagCmdProcessor::diagCmdHandler);
+    rux::Log::getInstance().release();
+    EXPECT_FALSE(Log::getInstance().initialized());
 }
 
 TEST_F(LogInitTest, UnbufferedRecordsNeverEnterTheQueue) {
@@ -247,7 +251,7 @@ TEST_F(LogInitTest, ReleaseWithRecordsQueuedEndsTheDumperWithoutSendingThem) {
 
     // A new init runs a new dumper, which sends them on the next request.
     Log::getInstance().init("rux");
-    Log::getInstance().addDumpRequest(rux::CRASH_DETECTED);
+    Log::getInstance().addDumpRequest(rux::log::CRASH_DETECTED);
     ASSERT_TRUE(capture_.waitForText("request type: CRASH_DETECTED")) << capture_.dump();
     EXPECT_EQ(packetTexts("left").size(), 5u);
 }
@@ -256,7 +260,7 @@ TEST_F(LogInitTest, ReleaseBeforeInitDoesNotStopTheNextDumper) {
     Log::getInstance().release();
     Log::getInstance().release();
     Log::getInstance().init("rux");
-    Log::getInstance().addDumpRequest(rux::BUFFER_IS_FULL);
+    Log::getInstance().addDumpRequest(rux::log::BUFFER_IS_FULL);
     EXPECT_TRUE(capture_.waitForText("request type: BUFFER_IS_FULL")) << capture_.dump();
 }
 

@@ -21,7 +21,7 @@
 
 namespace {
 
-using rux::Log;
+using rux::log::Log;
 using rux::test::LogCapture;
 
 std::string plugin(const char* variant) {
@@ -31,7 +31,8 @@ std::string plugin(const char* variant) {
 bool sigusr1IsOurs() {
     struct sigaction current {};
     sigaction(SIGUSR1, nullptr, &current);
-    return current.sa_handler == &rux::eintrTestHandler && (current.sa_flags & SA_RESTART) == 0;
+    return current.sa_handler == &rux::log::eintrTestHandler &&
+           (current.sa_flags & SA_RESTART) == 0;
 }
 
 class LogPluginTest : public ::testing::Test {
