@@ -186,7 +186,6 @@ struct Log::Audience {
     bool androidLog = false;  // the Android log or the plug-in writes the line
     bool record = false;      // a record goes to the channel, the queue or a log file
     bool queueFull = false;   // the record queue asks for a dump
-    bool anyone() const { return androidLog || record || queueFull; }
 };
 
 Log::Audience Log::audienceFor(int level) const {
@@ -234,7 +233,10 @@ void Log::addLogRecord(int level, const char* tag, const char* file, const char*
                        int line, const char* format, ...) {
     State& s = *mState;
     const Audience a = audienceFor(level);
-    if (!a.anyone()) return;
+    if (!a.androidLog && !a.record) {
+        if (a.queueFull) addDumpRequest(BUFFER_IS_FULL);  // asked for even when nobody reads
+        return;
+    }
     char text[kLineBufferSize];
     va_list args;
     va_start(args, format);
