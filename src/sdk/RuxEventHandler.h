@@ -8,8 +8,12 @@
 // including events that handleEvent() posts while the drain is running.
 //
 // Threads: postEvent() from any thread; cb() and handleEvent() only on the loop
-// thread. mLock covers push + write and read + pop, so the count and the queue length
-// stay paired; handleEvent() runs without it and may post.
+// thread; handleEvent() runs without the lock and may post. mLock guards the queue
+// only: the eventfd is written after the push and read before the pop, outside it, so
+// a poster never holds the lock across a system call and the loop never waits on a
+// poster's. The pairing still holds: every count follows its event into the queue,
+// and the loop pops one event per count it reads, so a count read always finds its
+// event (only a count written by someone else finds none, and is reported).
 //
 // Lifecycle: the EventManager must outlive the handler. The destructor hands the
 // eventfd back to the manager, whose loop takes it out of epoll and closes it; if the
@@ -101,8 +105,10 @@ public:
                             "RuxEventHandler postEvent start for fd[%d]", mFd);
         __android_log_print(ANDROID_LOG_DEBUG, nullptr, "Wakelock evt start %p %p",
                             static_cast<const void*>(this), detail::eventAddress(ev));
-        std::lock_guard<std::mutex> lock(mLock);
-        mQueue.push_back(std::move(ev));
+        {
+            std::lock_guard<std::mutex> lock(mLock);
+            mQueue.push_back(std::move(ev));
+        }
         const uint64_t one = 1;
         const ssize_t rv = write(mFd, &one, sizeof(one));
         if (rv != static_cast<ssize_t>(sizeof(one)))
@@ -116,11 +122,9 @@ public:
         auto* handler = static_cast<RuxEventHandler*>(self);
         __android_log_print(ANDROID_LOG_DEBUG, nullptr, "RuxEventHandler cb start");
         for (;;) {
-            std::unique_lock<std::mutex> lock(handler->mLock);
             uint64_t count = 0;
             if (read(fd, &count, sizeof(count)) != static_cast<ssize_t>(sizeof(count))) {
                 const int err = errno;
-                lock.unlock();
                 // EAGAIN is the normal end: the counter is drained.
                 if (err != EAGAIN)
                     __android_log_print(ANDROID_LOG_ERROR, nullptr,
@@ -129,6 +133,7 @@ public:
                                         err, fd);
                 break;
             }
+            std::unique_lock<std::mutex> lock(handler->mLock);
             if (handler->mQueue.empty()) {
                 lock.unlock();
                 __android_log_print(ANDROID_LOG_ERROR, nullptr,
@@ -164,7 +169,7 @@ protected:
     RuxTimer* mTimer;
     EventManager* mEventManager;
     int mFd = -1;
-    std::mutex mLock;      // guards mQueue and pairs it with the eventfd count
+    std::mutex mLock;      // guards mQueue
     std::deque<T> mQueue;  // guarded by mLock
     std::atomic<bool> mDetached{false};
 
