@@ -1,6 +1,7 @@
 #include "BareClient.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -71,6 +72,7 @@ int BareClient::setHstState(int state, Callback cb) {
 }
 
 void BareClient::workerMain() {
+    pthread_setname_np(pthread_self(), "bare-worker");
     std::deque<std::string> batch;
     std::vector<uint8_t> frame;
     while (!mStopping.load()) {
@@ -90,6 +92,7 @@ void BareClient::workerMain() {
 }
 
 void BareClient::receiverMain() {
+    pthread_setname_np(pthread_self(), "bare-receiver");
     std::vector<uint8_t> payload;
     for (;;) {
         FrameHeader h;

@@ -1,6 +1,7 @@
 #include "MiniService.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -48,6 +49,7 @@ void answer(const FrameHeader& h, const uint8_t* payload, std::vector<uint8_t>& 
 }
 
 void serve(int fd) {
+    pthread_setname_np(pthread_self(), "service");
     if (handshake(fd)) {
         std::vector<uint8_t> in;
         std::vector<uint8_t> out;

@@ -24,6 +24,7 @@
 // line.
 #include <android/log.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <time.h>
 #include <unistd.h>
@@ -140,6 +141,7 @@ Throughput measureThroughput(const Issue& issue, int callers, int window, long r
     std::vector<std::thread> threads;
     for (int c = 0; c < callers; ++c) {
         threads.emplace_back([&] {
+            pthread_setname_np(pthread_self(), "caller");
             for (;;) {
                 {
                     std::unique_lock<std::mutex> guard(gDone.lock);
