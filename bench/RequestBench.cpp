@@ -6,14 +6,14 @@
 //
 // Both talk to one service process of the benchmark's own (MiniService.h) over a Unix
 // socket; the bare topology is BareClient.h. Each round measures, library and bare one
-// after the other (which goes first alternates by round):
+// right after the other for each figure (which goes first alternates by round):
 //   - one request at a time: from the call to the caller resumed by the callback
 //     (p50, p99);
 //   - 64 requests in flight from one caller, and from four callers sharing the 64:
 //     requests per second;
 //   - CPU time of this process per request at 64 in flight, one caller.
-// The end prints the median of the rounds for each figure and each ratio
-// library/bare.
+// The end prints the median of the rounds for each figure, and for each ratio
+// library/bare the median of the rounds' ratios.
 //
 // The Android log: the lines the library writes (at liblog's host default, info and
 // above: the two error lines per received message) cost what writing them costs on
@@ -173,15 +173,6 @@ struct Round {
     Throughput four;  // 64 in flight, four callers
 };
 
-Round measureRound(const Issue& issue, int latencyRequests, long throughputRequests) {
-    Round r;
-    r.latency = measureLatency(issue, latencyRequests);
-    r.one = measureThroughput(issue, 1, 64, throughputRequests);
-    r.four = measureThroughput(issue, 4, 64, throughputRequests);
-    if (gDone.failed != 0) fail("a request completed with a failure status");
-    return r;
-}
-
 struct Options {
     int rounds = 5;
     int latencyRequests = 2000;
@@ -216,6 +207,31 @@ Options parse(int argc, char** argv) {
     }
     if (argc % 2 == 0) fail(kUsage);
     return o;
+}
+
+// One round: each measurement for the library and then for the bare topology (the
+// other way round every other round), so that the two of a pair run seconds apart.
+void measureRound(const Issue& library, const Issue& bare, bool libraryFirst, const Options& o,
+                  Round& lib, Round& base) {
+    auto both = [&](const auto& measure) {
+        if (libraryFirst) {
+            measure(library, lib);
+            measure(bare, base);
+        } else {
+            measure(bare, base);
+            measure(library, lib);
+        }
+    };
+    both([&](const Issue& issue, Round& r) {
+        r.latency = measureLatency(issue, o.latencyRequests);
+    });
+    both([&](const Issue& issue, Round& r) {
+        r.one = measureThroughput(issue, 1, 64, o.throughputRequests);
+    });
+    both([&](const Issue& issue, Round& r) {
+        r.four = measureThroughput(issue, 4, 64, o.throughputRequests);
+    });
+    if (gDone.failed != 0) fail("a request completed with a failure status");
 }
 
 int gLogSink = -1;
@@ -256,22 +272,19 @@ int main(int argc, char** argv) {
 
     const Issue library = [] { return set_hst_state(RUX_HST_STATE_SET, libraryDone) > 0; };
     const Issue baseline = [&bare] { return bare.setHstState(1, bareDone) > 0; };
-    measureRound(library, 500, 5000);  // warm-up
-    measureRound(baseline, 500, 5000);
+    {
+        Round warmLib, warmBase;  // warm-up, not reported
+        const Options warm{1, 500, 5000, options.stderrLog};
+        measureRound(library, baseline, true, warm, warmLib, warmBase);
+    }
 
-    std::vector<Round> lib, base;
+    std::vector<Round> lib(options.rounds), base(options.rounds);
     std::printf("round   p50 lib/bare us   p99 lib/bare us   1 caller lib/bare req/s   "
                 "4 callers lib/bare req/s   CPU lib/bare us/req\n");
     for (int r = 0; r < options.rounds; ++r) {
-        if (r % 2 == 0) {
-            lib.push_back(measureRound(library, options.latencyRequests, options.throughputRequests));
-            base.push_back(measureRound(baseline, options.latencyRequests, options.throughputRequests));
-        } else {
-            base.push_back(measureRound(baseline, options.latencyRequests, options.throughputRequests));
-            lib.push_back(measureRound(library, options.latencyRequests, options.throughputRequests));
-        }
-        const Round& l = lib.back();
-        const Round& b = base.back();
+        measureRound(library, baseline, r % 2 == 0, options, lib[r], base[r]);
+        const Round& l = lib[r];
+        const Round& b = base[r];
         std::printf("%5d   %6.1f / %-6.1f   %6.1f / %-6.1f   %8.0f / %-8.0f       %8.0f / %-8.0f"
                     "        %6.1f / %-6.1f\n",
                     r + 1, l.latency.p50us, b.latency.p50us, l.latency.p99us, b.latency.p99us,
@@ -281,30 +294,34 @@ int main(int argc, char** argv) {
     deregister_rux_client();
     ::dup2(savedStderr, 2);
 
-    auto med = [](const std::vector<Round>& rounds, auto field) {
-        std::vector<double> v;
-        for (const Round& r : rounds) v.push_back(field(r));
-        return median(v);
+    // Each figure's median over the rounds, and the median of the rounds' ratios (the
+    // two of a round ran seconds apart, so their ratio is steadier than a ratio of
+    // medians on a busy machine).
+    auto row = [&](const char* what, double (*field)(const Round&), const char* goal) {
+        std::vector<double> l, b, ratio;
+        for (int r = 0; r < options.rounds; ++r) {
+            l.push_back(field(lib[r]));
+            b.push_back(field(base[r]));
+            ratio.push_back(field(lib[r]) / field(base[r]));
+        }
+        printRow(what, median(l), median(b), median(ratio), goal);
     };
-    const double lp50 = med(lib, [](const Round& r) { return r.latency.p50us; });
-    const double bp50 = med(base, [](const Round& r) { return r.latency.p50us; });
-    const double lp99 = med(lib, [](const Round& r) { return r.latency.p99us; });
-    const double bp99 = med(base, [](const Round& r) { return r.latency.p99us; });
-    const double l1 = med(lib, [](const Round& r) { return r.one.perSecond; });
-    const double b1 = med(base, [](const Round& r) { return r.one.perSecond; });
-    const double l4 = med(lib, [](const Round& r) { return r.four.perSecond; });
-    const double b4 = med(base, [](const Round& r) { return r.four.perSecond; });
-    const double lcpu = med(lib, [](const Round& r) { return r.one.cpuUsPerRequest; });
-    const double bcpu = med(base, [](const Round& r) { return r.one.cpuUsPerRequest; });
-
     std::printf("\nmedians of %d interleaved rounds                library         bare    ratio\n",
                 options.rounds);
-    printRow("one at a time, call to caller resumed, p50 us", lp50, bp50, lp50 / bp50,
-             "goal <= 1.2x");
-    printRow("one at a time, call to caller resumed, p99 us", lp99, bp99, lp99 / bp99,
-             "goal <= 1.5x");
-    printRow("64 in flight, one caller, req/s", l1, b1, l1 / b1, "goal >= 0.8x");
-    printRow("64 in flight, four callers, req/s", l4, b4, l4 / b4, "goal >= 0.8x");
-    printRow("CPU per request, 64 in flight, us", lcpu, bcpu, lcpu / bcpu, "goal <= 2x");
+    row(
+        "one at a time, call to caller resumed, p50 us",
+        [](const Round& r) { return r.latency.p50us; }, "goal <= 1.2x");
+    row(
+        "one at a time, call to caller resumed, p99 us",
+        [](const Round& r) { return r.latency.p99us; }, "goal <= 1.5x");
+    row(
+        "64 in flight, one caller, req/s", [](const Round& r) { return r.one.perSecond; },
+        "goal >= 0.8x");
+    row(
+        "64 in flight, four callers, req/s", [](const Round& r) { return r.four.perSecond; },
+        "goal >= 0.8x");
+    row(
+        "CPU per request, 64 in flight, us", [](const Round& r) { return r.one.cpuUsPerRequest; },
+        "goal <= 2x");
     return 0;
 }
