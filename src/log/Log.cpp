@@ -206,7 +206,7 @@ void Log::writeAndroidLog(const Audience& a, int level, const char* text) {
     if (a.alog != nullptr)
         a.alog(level, a.logTag, "%s", text);
     else if (a.androidLog)
-        __android_log_print(level, a.logTag, "%s", text);
+        __android_log_write(level, a.logTag, text);  // the text as "%s" would give it
 }
 
 // Hands a record to the encrypted file and then to the channel or the queue. `entry` is
@@ -266,7 +266,7 @@ void Log::printToAdb(int level, const char* tag, const char* file, const char* f
     va_start(args, format);
     const size_t length = formatMessage(text, tag, file, function, line, format, args);
     va_end(args);
-    __android_log_print(level, mState->tag.load(std::memory_order_acquire)->c_str(), "%s", text);
+    __android_log_write(level, mState->tag.load(std::memory_order_acquire)->c_str(), text);
     postDumpIfQueueFull();
     auto record = std::make_shared<LogRecord>();
     record->init(level, std::string(text, length));
@@ -300,7 +300,7 @@ void Log::logModuleDebug(const char* format, ...) {
     va_start(args, format);
     const std::string text = formatLine(full.c_str(), args);
     va_end(args);
-    __android_log_print(ANDROID_LOG_DEBUG, logTag, "%s", text.c_str());
+    __android_log_write(ANDROID_LOG_DEBUG, logTag, text.c_str());
 }
 #pragma GCC diagnostic pop
 

@@ -92,8 +92,17 @@ size_t formatMessage(char (&out)[kLineBufferSize], const char* tag, const char* 
         return text.size();
     }
     Writer w(out);
+    // The line number in decimal, as "%d" writes it.
     char number[16];
-    const int digits = std::snprintf(number, sizeof number, "%d", line);
+    char* end = number + sizeof number;
+    char* first = end;
+    unsigned int magnitude =
+        line < 0 ? 0u - static_cast<unsigned int>(line) : static_cast<unsigned int>(line);
+    do {
+        *--first = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (line < 0) *--first = '-';
     w.put("|", 1);
     w.put(safeTag);
     w.put("|", 1);
@@ -101,11 +110,16 @@ size_t formatMessage(char (&out)[kLineBufferSize], const char* tag, const char* 
     w.put("::", 2);
     w.put(safeFunction);
     w.put(":", 1);
-    w.put(number, static_cast<size_t>(digits));
+    w.put(first, static_cast<size_t>(end - first));
     w.put(" ", 1);
     const size_t prefix = w.length();
-    const int n =
-        std::vsnprintf(out + prefix, kLineBufferSize - prefix, format ? format : "", args);
+    const char* safeFormat = format ? format : "";
+    if (std::strchr(safeFormat, '%') == nullptr) {  // nothing to convert: vsnprintf would copy
+        w.put(safeFormat);
+        out[w.length()] = '\0';
+        return w.length();
+    }
+    const int n = std::vsnprintf(out + prefix, kLineBufferSize - prefix, safeFormat, args);
     if (n < 0) {
         out[0] = '\0';
         return 0;

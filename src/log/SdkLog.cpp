@@ -35,7 +35,7 @@ void SdkLog::print(int /*level*/, const char* tag, const char* file, const char*
     va_start(args, format);
     const std::string text = log::formatMessage(tag, file, function, line, format, args);
     va_end(args);
-    __android_log_print(ANDROID_LOG_DEBUG, nullptr, "%s", collapsePercents(text).c_str());
+    __android_log_write(ANDROID_LOG_DEBUG, nullptr, collapsePercents(text).c_str());
 }
 
 }  // namespace rux
