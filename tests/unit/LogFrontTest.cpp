@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -61,6 +62,35 @@ TEST(LogFormatTest, BaseNameDropsDirectoryAndExtension) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(rux::log::baseName(c.file), c.base) << (c.file ? c.file : "(null)");
+}
+
+std::string formatted(const char* tag, int line, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    char out[rux::log::kLineBufferSize];
+    const size_t n = rux::log::formatMessage(out, tag, "a/b/Log.cpp", "f", line, format, args);
+    va_end(args);
+    return std::string(out, n);
+}
+
+// The text is the prefixed format formatted as one: a "%" in the prefix converts too.
+TEST(LogFormatTest, MessageIsThePrefixedFormatFormatted) {
+    const std::string longTag(600, 't');
+    struct Case {
+        const char* tag;
+        int line;
+        const char* format;
+        std::string expected;
+    } cases[] = {
+        {"RUX", 12, "plain", "|RUX|Log::f:12 plain"},
+        {"RUX", 12, "n=%d s=%s", "|RUX|Log::f:12 n=7 s=x"},
+        {"RUX", -3, "", "|RUX|Log::f:-3 "},
+        {"R%dX", 1, "s=%s", "|R7X|Log::f:1 s=x"},
+        {nullptr, 0, nullptr, "||Log::f:0 "},
+        {longTag.c_str(), 5, "%d", ("|" + longTag).substr(0, 511)},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(formatted(c.tag, c.line, c.format, 7, "x"), c.expected) << c.expected;
 }
 
 TEST_F(LogFrontTest, MessagesAreCutAt511Characters) {
