@@ -1,6 +1,6 @@
-// The public header as a C++ application sees it: every exported function has exactly the
-// documented signature, the status codes have their fixed numbers, and C and C++ lay the
-// records out identically, at the sizes the binary interface fixes.
+// The public header as a C++ application sees it: the status codes have their fixed
+// numbers, and C and C++ lay the records out identically, at the sizes the binary
+// interface fixes.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -11,45 +11,6 @@
 #include "rux/rux_client.h"
 
 namespace {
-
-// Signatures spelled out with plain types, not the header's typedefs.
-using StatusCb = void (*)(status_e);
-using ResponseCb = void (*)(int, status_e);
-using ResponseV2Cb = void (*)(long, status_v2_e);
-using DppdFlagCb = void (*)(int, status_e, bool*);
-
-#define SIGNATURE(function, ...) \
-    static_assert(std::is_same_v<decltype(function), __VA_ARGS__>, #function)
-
-SIGNATURE(register_rux_client, void(StatusCb));
-SIGNATURE(deregister_rux_client, void());
-SIGNATURE(register_hst_state_report, void(void (*)(hst_state_e)));
-SIGNATURE(register_subway_state_report, void(void (*)(rux_subway_state_e)));
-SIGNATURE(register_dppd_indication, void(void (*)(bool), void (*)(data_recommendation_s)));
-SIGNATURE(register_multi_sim_submode_indication, void(void (*)(submode_info_s const*)));
-SIGNATURE(set_hst_state, int(hst_state_e, ResponseCb));
-SIGNATURE(get_hst_state, int(void (*)(int, status_e, hst_state_e)));
-SIGNATURE(set_coverage_state, int(slot_id_e, coverage_state_e, ResponseCb));
-SIGNATURE(set_out_of_service_state, int(slot_id_e, scan_state_e, ResponseCb));
-SIGNATURE(set_l2nr_selection, int(slot_id_e, ResponseCb));
-SIGNATURE(enable_cell_barring_feature, int(slot_id_e, bool, ResponseCb));
-SIGNATURE(set_cell_barring_info, int(slot_id_e, cell_barring_info_s const*, ResponseCb));
-SIGNATURE(set_data_stall_parameters, int(slot_id_e, data_stall_params_s const*, ResponseCb));
-SIGNATURE(set_lte_dubious_cell_array,
-          int(slot_id_e, unsigned long, lte_dubious_cell_info_s const*, ResponseCb));
-SIGNATURE(set_nr_dubious_cell_array,
-          int(slot_id_e, unsigned long, nr_dubious_cell_info_s const*, ResponseCb));
-SIGNATURE(set_preferred_cell_list, int(slot_id_e, preferred_cell_list_s const*, ResponseCb));
-SIGNATURE(set_flight_mode_state, int(rux_flight_mode_state_e, ResponseCb));
-SIGNATURE(set_device_fold_state, int(rux_device_fold_state_e, ResponseCb));
-SIGNATURE(set_subway_state, int(rux_subway_state_e, ResponseCb));
-SIGNATURE(get_dppd_capability, int(DppdFlagCb));
-SIGNATURE(update_dppd_ui_option, int(bool, DppdFlagCb));
-SIGNATURE(get_dppd_recommendation, int(void (*)(int, status_e, data_recommendation_s*)));
-SIGNATURE(get_multi_sim_submode_info, int(void (*)(int, status_e, submode_info_s const*)));
-SIGNATURE(set_cell_list_info,
-          int(set_cell_list_info_s const*, ResponseV2Cb, void (*)(cell_list_info_ind_s)));
-SIGNATURE(set_dubious_cell_array_v2, int(dubious_cell_info_v2_s const*, ResponseV2Cb));
 
 // Every enum is an int-sized type that holds any int, so a caller's cast is well defined.
 template <typename... E>

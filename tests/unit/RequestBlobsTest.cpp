@@ -1,12 +1,10 @@
-// Request blobs and local replies (the cell records' converters have a table of their own,
-// CellConversionsTest), and through the enum-only requests' builders the request
-// converters of EnumConversions.h: the envelope each builder writes (event id, transaction
-// id, payload case, payload bytes), the failure it reports instead of a blob, and the log
-// lines it leaves.
+// Request blobs and local replies: the envelope each enum-only builder writes (event id,
+// a 64-bit transaction id, the payload in member event id + 1) or the failure it returns
+// without a blob, and the reply each local-reply builder writes. The cell records'
+// converters have a table of their own (CellConversionsTest).
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 #include "SdkTestSupport.h"
 #include "client/EnumConversions.h"
@@ -16,182 +14,89 @@ namespace {
 
 using namespace rux::client;
 using rux::test::hex;
-using rux::test::LogCapture;
 
 constexpr unsigned long kTid = 0x100000003UL;  // wider than 32 bits: the envelope keeps it
 
-// The one member of a serialised ClientData or ServiceData without its tag and length
-// (each a varint; members from 16 on take two tag bytes).
-std::string payloadOf(const std::string& data) {
+// "<event id>: <payload bytes>" for an envelope with kTid whose data holds member event
+// id + 1; what is wrong otherwise.
+template <typename Msg>
+std::string envelope(const Blob& blob) {
+    Msg msg;
+    if (!msg.ParseFromArray(blob.data(), static_cast<int>(blob.size()))) return "unparsable";
+    if (msg.transaction_id() != kTid) return "tid " + std::to_string(msg.transaction_id());
+    const int member = static_cast<int>(msg.data().msg_type_case());
+    if (member != msg.event_id() + 1) return "member " + std::to_string(member);
+    const std::string data = msg.data().SerializeAsString();
+    // The member's tag and length, each a varint (members from 16 on take two tag bytes).
     size_t i = 0;
     for (int varint = 0; varint < 2; ++varint)
         while (i < data.size() && (static_cast<unsigned char>(data[i++]) & 0x80) != 0) {
         }
-    return i <= data.size() ? data.substr(i) : std::string();
+    return std::to_string(msg.event_id()) + ": " + hex(data.substr(i));
 }
 
-// The log lines of one builder, without the "|MavoClient|MavoClient::<fn>:<line> " prefix.
-std::string loggedBy(const LogCapture& capture, const std::string& function) {
-    std::string out;
-    const std::string prefix = "|MavoClient|MavoClient::" + function + ":";
-    for (const auto& line : capture.lines()) {
-        if (line.text.compare(0, prefix.size(), prefix) != 0) continue;
-        out += (out.empty() ? "" : "\n") + line.text.substr(line.text.find(' ') + 1);
-    }
-    return out;
-}
-
-struct RequestCase {
-    const char* name;
-    const char* function;
-    BlobResult (*build)();
-    status_e result;
-    int eventId;                // the ClientEventId; its payload case is eventId + 1
-    const char* payloadHex;     // the request message inside ClientData
-    const char* conversionLog;  // lines the conversion wrote before the builder's own
-};
-
-class RequestBlobsBuildTest : public ::testing::TestWithParam<RequestCase> {};
-
-TEST_P(RequestBlobsBuildTest, WritesTheRequestOrReturnsTheFailureWithoutABlob) {
-    const auto& c = GetParam();
-    LogCapture capture;
-    const auto [blob, result] = c.build();
-    EXPECT_EQ(result, c.result);
-    if (c.result == RUX_STATUS_SUCCESS) {
-        VexProto::ClientMsg message;
-        ASSERT_TRUE(message.ParseFromArray(blob.data(), static_cast<int>(blob.size())));
-        EXPECT_EQ(message.event_id(), c.eventId);
-        EXPECT_EQ(message.transaction_id(), kTid);
-        ASSERT_TRUE(message.has_data());
-        EXPECT_EQ(static_cast<int>(message.data().msg_type_case()), c.eventId + 1);
-        EXPECT_EQ(hex(payloadOf(message.data().SerializeAsString())), c.payloadHex);
-    } else {
-        EXPECT_TRUE(blob.empty());
-    }
-    std::string expectedLog = c.conversionLog;
-    if (!expectedLog.empty()) expectedLog += "\n";
-    std::string own = loggedBy(capture, c.function);
-    std::string conversions;
-    for (const auto& line : capture.lines())
-        if (line.text.find("::" + std::string(c.function) + ":") == std::string::npos)
-            conversions += line.text.substr(line.text.find(' ') + 1) + "\n";
-    EXPECT_EQ(conversions + own, expectedLog + "Returning result: " + std::to_string(c.result) +
-                                     ", blob.size: " + std::to_string(blob.size()))
-        << capture.dump();
-}
-
-#define BUILD(fn, ...) #fn, []() { return fn(kTid, ##__VA_ARGS__); }
-constexpr const char* kBadSlot = "Request received on UNKNOWN SlotId type";
-
-const RequestCase kRequests[] = {
-    {"Coverage",
-     BUILD(makeSetCoverageStateReqBlob, RUX_SLOT_ID_SECOND,
-           RUX_COVERAGE_STATE_OUT_OF_COVERAGE_HOLE),
-     RUX_STATUS_SUCCESS, 0, "08 02 10 02", ""},
-    {"CoverageBadState",
-     BUILD(makeSetCoverageStateReqBlob, RUX_SLOT_ID_FIRST, static_cast<coverage_state_e>(9)),
-     RUX_STATUS_INVALID_ARG, 0, "", ""},
-    {"CoverageBadSlotWinsOverBadState",
-     BUILD(makeSetCoverageStateReqBlob, static_cast<slot_id_e>(3),
-           static_cast<coverage_state_e>(3)),
-     RUX_STATUS_INVALID_SLOT, 0, "", kBadSlot},
-    {"Hst", BUILD(makeSetHstStateReqBlob, RUX_HST_STATE_NOT_SET), RUX_STATUS_SUCCESS, 1, "08 02",
-     ""},
-    {"HstBad", BUILD(makeSetHstStateReqBlob, static_cast<hst_state_e>(-1)), RUX_STATUS_INVALID_ARG,
-     1, "", ""},
-    {"GetHst", BUILD(makeGetHstStateReqBlob), RUX_STATUS_SUCCESS, 2, "", ""},
-    {"Barring", BUILD(makeEnableCellBarringFeatureReqBlob, RUX_SLOT_ID_THIRD, true),
-     RUX_STATUS_SUCCESS, 4, "08 03 10 01", ""},
-    {"BarringOff", BUILD(makeEnableCellBarringFeatureReqBlob, RUX_SLOT_ID_FIRST, false),
-     RUX_STATUS_SUCCESS, 4, "08 01", ""},
-    {"BarringBadSlot", BUILD(makeEnableCellBarringFeatureReqBlob, static_cast<slot_id_e>(-1), true),
-     RUX_STATUS_INVALID_SLOT, 4, "", kBadSlot},
-    {"L2nr", BUILD(makeSetL2NRSelectionReqBlob, RUX_SLOT_ID_FIRST), RUX_STATUS_SUCCESS, 6, "08 01",
-     ""},
-    {"L2nrBadSlot", BUILD(makeSetL2NRSelectionReqBlob, static_cast<slot_id_e>(5)),
-     RUX_STATUS_INVALID_SLOT, 6, "", kBadSlot},
-    {"OutOfService", BUILD(makeSetOutOfServiceReqBlob, RUX_SLOT_ID_SECOND, RUX_SCAN_STATE_SLOW),
-     RUX_STATUS_SUCCESS, 7, "08 02 10 01", ""},
-    {"OutOfServiceUnknownScan",
-     BUILD(makeSetOutOfServiceReqBlob, RUX_SLOT_ID_SECOND, static_cast<scan_state_e>(2)),
-     RUX_STATUS_SUCCESS, 7, "08 02", "Request received for unknown Scan State type"},
-    {"Flight", BUILD(makeSetFlightModeStateReqBlob, RUX_FLIGHT_MODE_STATE_IN_FLIGHT),
-     RUX_STATUS_SUCCESS, 18, "08 02", ""},
-    {"FlightBad", BUILD(makeSetFlightModeStateReqBlob, static_cast<rux_flight_mode_state_e>(4)),
-     RUX_STATUS_INVALID_ARG, 18, "", ""},
-    {"Fold", BUILD(makeSetDeviceFoldStateReqBlob, RUX_DEVICE_FOLD_STATE_OPEN), RUX_STATUS_SUCCESS,
-     19, "08 01", ""},
-    {"FoldBad", BUILD(makeSetDeviceFoldStateReqBlob, static_cast<rux_device_fold_state_e>(3)),
-     RUX_STATUS_INVALID_ARG, 19, "", ""},
-    {"Subway", BUILD(makeSetSubwayStateReqBlob, RUX_SUBWAY_STATE_IN_CARRIAGE), RUX_STATUS_SUCCESS,
-     21, "08 02", ""},
-    {"SubwayBad", BUILD(makeSetSubwayStateReqBlob, static_cast<rux_subway_state_e>(4)),
-     RUX_STATUS_INVALID_ARG, 21, "", ""},
-};
-
-INSTANTIATE_TEST_SUITE_P(Requests, RequestBlobsBuildTest, ::testing::ValuesIn(kRequests),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-struct ReplyCase {
-    const char* function;
-    Blob (*build)(unsigned long, status_e);
-    int replyId;  // the ServiceEventId; its payload case is replyId + 1
-};
-
-#define REPLY(fn, id) \
-    { #fn, fn, id }
-const ReplyCase kReplies[] = {
-    REPLY(makeSetCoverageStateRespBlob, 0),    REPLY(makeSetHstStateRespBlob, 1),
-    REPLY(makeGetHstStateRespBlob, 2),         REPLY(makeEnableCellBarringFeatureRespBlob, 5),
-    REPLY(makeSetL2NRSelectionRespBlob, 7),    REPLY(makeSetOutOfServiceRespBlob, 8),
-    REPLY(makeSetFlightModeStateRespBlob, 20), REPLY(makeSetDeviceFoldStateRespBlob, 21),
-    REPLY(makeSetSubwayStateRespBlob, 24),     REPLY(makeSetCellBarringInfoRespBlob, 4),
-    REPLY(makeSendDataStallParametersRespBlob, 6), REPLY(makeSetLteDubiousCellListRespBlob, 9),
-    REPLY(makeSetNrDubiousCellListRespBlob, 10), REPLY(makeSetPreferredCellListRespBlob, 19),
-};
-
-class RequestBlobsReplyTest : public ::testing::TestWithParam<ReplyCase> {};
-
-TEST_P(RequestBlobsReplyTest, AnswersWithTheMatchingResponseAndTheWireStatus) {
-    const auto& c = GetParam();
-    // Statuses a failed conversion produces, and one that does not exist.
+TEST(RequestBlobsTest, EachBuilderWritesItsRequestOrReturnsItsFailureWithoutABlob) {
     const struct {
-        int status;
-        const char* payloadHex;
-        status_e delivered;  // what the reply path will hand to the callback
-    } statuses[] = {
-        {RUX_STATUS_INVALID_ARG, "08 02", RUX_STATUS_INVALID_ARG},
-        {RUX_STATUS_INVALID_SLOT, "08 08", RUX_STATUS_INVALID_SLOT},
-        {RUX_STATUS_INTERNAL_ERR, "08 03", RUX_STATUS_INTERNAL_ERR},
-        {8, "", RUX_STATUS_INVALID},
+        BlobResult got;
+        const char* expected;  // "<event id>: <payload>", or the failure's status
+    } cases[] = {
+        {makeSetCoverageStateReqBlob(kTid, RUX_SLOT_ID_SECOND, RUX_COVERAGE_STATE_OUT_OF_COVERAGE_HOLE),
+         "0: 08 02 10 02"},
+        {makeSetCoverageStateReqBlob(kTid, RUX_SLOT_ID_FIRST, static_cast<coverage_state_e>(9)), "1"},
+        // A bad slot wins over a bad state.
+        {makeSetCoverageStateReqBlob(kTid, static_cast<slot_id_e>(3), static_cast<coverage_state_e>(3)),
+         "7"},
+        {makeSetHstStateReqBlob(kTid, RUX_HST_STATE_NOT_SET), "1: 08 02"},
+        {makeSetHstStateReqBlob(kTid, static_cast<hst_state_e>(-1)), "1"},
+        {makeGetHstStateReqBlob(kTid), "2: "},
+        {makeEnableCellBarringFeatureReqBlob(kTid, RUX_SLOT_ID_THIRD, true), "4: 08 03 10 01"},
+        {makeEnableCellBarringFeatureReqBlob(kTid, RUX_SLOT_ID_FIRST, false), "4: 08 01"},
+        {makeEnableCellBarringFeatureReqBlob(kTid, static_cast<slot_id_e>(-1), true), "7"},
+        {makeSetL2NRSelectionReqBlob(kTid, RUX_SLOT_ID_FIRST), "6: 08 01"},
+        {makeSetL2NRSelectionReqBlob(kTid, static_cast<slot_id_e>(5)), "7"},
+        {makeSetOutOfServiceReqBlob(kTid, RUX_SLOT_ID_SECOND, RUX_SCAN_STATE_SLOW), "7: 08 02 10 01"},
+        // An unknown scan state is sent as INVALID_SCAN (0, so absent).
+        {makeSetOutOfServiceReqBlob(kTid, RUX_SLOT_ID_SECOND, static_cast<scan_state_e>(2)), "7: 08 02"},
+        {makeSetFlightModeStateReqBlob(kTid, RUX_FLIGHT_MODE_STATE_IN_FLIGHT), "18: 08 02"},
+        {makeSetFlightModeStateReqBlob(kTid, static_cast<rux_flight_mode_state_e>(4)), "1"},
+        {makeSetDeviceFoldStateReqBlob(kTid, RUX_DEVICE_FOLD_STATE_OPEN), "19: 08 01"},
+        {makeSetDeviceFoldStateReqBlob(kTid, static_cast<rux_device_fold_state_e>(3)), "1"},
+        {makeSetSubwayStateReqBlob(kTid, RUX_SUBWAY_STATE_IN_CARRIAGE), "21: 08 02"},
+        {makeSetSubwayStateReqBlob(kTid, static_cast<rux_subway_state_e>(4)), "1"},
     };
-    for (const auto& s : statuses) {
-        SCOPED_TRACE(std::string(c.function) + " status " + std::to_string(s.status));
-        LogCapture capture;
-        const Blob blob = c.build(kTid, static_cast<status_e>(s.status));
-        VexProto::ServiceMsg message;
-        ASSERT_TRUE(message.ParseFromArray(blob.data(), static_cast<int>(blob.size())));
-        EXPECT_EQ(message.event_id(), c.replyId);
-        EXPECT_EQ(message.transaction_id(), kTid);
-        ASSERT_TRUE(message.has_data());
-        EXPECT_EQ(static_cast<int>(message.data().msg_type_case()), c.replyId + 1);
-        const std::string payload = payloadOf(message.data().SerializeAsString());
-        EXPECT_EQ(hex(payload), s.payloadHex);
-        // Every response here keeps its status in field 1.
-        VexProto::VexStatusResp status;
-        ASSERT_TRUE(status.ParseFromString(payload));
-        EXPECT_EQ(convertProtoStatusToClient(status.status()), s.delivered);
-        EXPECT_EQ(loggedBy(capture, c.function),
-                  "Returning blob.size: " + std::to_string(blob.size()));
+    for (const auto& c : cases) {
+        const auto& [blob, status] = c.got;
+        if (status == RUX_STATUS_SUCCESS)
+            EXPECT_EQ(envelope<VexProto::ClientMsg>(blob), c.expected);
+        else
+            EXPECT_EQ(std::to_string(status) + (blob.empty() ? "" : " and a blob"), c.expected);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Replies, RequestBlobsReplyTest, ::testing::ValuesIn(kReplies),
-                         [](const auto& info) {
-                             std::string name = info.param.function;
-                             return name.substr(4);  // without "make"
-                         });
+// Each local reply answers with its request's response event and the status on the wire,
+// in field 1 of the response; a status that does not exist goes as STATUS_INVALID (0).
+TEST(RequestBlobsTest, EachLocalReplyCarriesItsResponseEventAndTheWireStatus) {
+    const struct {
+        Blob (*build)(unsigned long, status_e);
+        int replyId;
+    } replies[] = {
+        {makeSetCoverageStateRespBlob, 0},     {makeSetHstStateRespBlob, 1},
+        {makeGetHstStateRespBlob, 2},          {makeEnableCellBarringFeatureRespBlob, 5},
+        {makeSetL2NRSelectionRespBlob, 7},     {makeSetOutOfServiceRespBlob, 8},
+        {makeSetFlightModeStateRespBlob, 20},  {makeSetDeviceFoldStateRespBlob, 21},
+        {makeSetSubwayStateRespBlob, 24},      {makeSetCellBarringInfoRespBlob, 4},
+        {makeSendDataStallParametersRespBlob, 6}, {makeSetLteDubiousCellListRespBlob, 9},
+        {makeSetNrDubiousCellListRespBlob, 10}, {makeSetPreferredCellListRespBlob, 19},
+    };
+    const std::pair<int, const char*> statuses[] = {
+        {RUX_STATUS_INVALID_ARG, "08 02"}, {RUX_STATUS_INTERNAL_ERR, "08 03"},
+        {RUX_STATUS_INVALID_SLOT, "08 08"}, {8, ""}};
+    for (const auto& r : replies)
+        for (const auto& [status, payload] : statuses)
+            EXPECT_EQ(envelope<VexProto::ServiceMsg>(r.build(kTid, static_cast<status_e>(status))),
+                      std::to_string(r.replyId) + ": " + payload)
+                << status;
+}
 
 // Whole envelopes, byte for byte, from a builder and from the inline serialisers.
 TEST(RequestBlobsTest, EnvelopeBytesAreFixed) {
@@ -200,9 +105,7 @@ TEST(RequestBlobsTest, EnvelopeBytesAreFixed) {
     VexProto::ServiceData reply;
     reply.mutable_get_dppd_capabaility_resp()->set_capable(true);
     const std::pair<Blob, const char*> cases[] = {
-        // event_id 1, transaction_id 1, data { set_hst_state_req (2) { hst_state 1 } }
         {makeSetHstStateReqBlob(1, RUX_HST_STATE_SET).first, "08 01 10 01 1A 04 12 02 08 01"},
-        // event_id 16, transaction_id 1, data { register_client_req (17) {} }
         {serialiseClientMsg(VexProto::REGISTER_CLIENT_REQ, 1, data), "08 10 10 01 1A 03 8A 01 00"},
         {serialiseServiceMsg(VexProto::GET_DPPD_CAPABILITY_RESP, 9, reply),
          "08 0C 10 09 1A 04 6A 02 08 01"},
