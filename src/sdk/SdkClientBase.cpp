@@ -10,6 +10,15 @@
 
 namespace rux::sdk {
 
+#if defined(RUX_PLATFORM_HOST) && RUX_PLATFORM_HOST
+namespace {
+std::atomic<bool> gFailNextThreadStart{false};
+}  // namespace
+void failNextThreadStart() {
+    gFailNextThreadStart.store(true);
+}
+#endif
+
 SdkClientBase::SdkClientBase(rux::utils::RuxTimer* timer, rux::utils::EventManager* em)
     : RuxEventHandler(timer, em, "SdkClientBase"), mClientTypes(kClientTypeCount, false) {}
 
@@ -29,6 +38,11 @@ bool SdkClientBase::start(RuxSdkClientType type, std::shared_ptr<SdkClientEvent>
     // posts right after this returns then queue behind it, never ahead.
     if (event) postEvent(std::move(event));
     try {
+#if defined(RUX_PLATFORM_HOST) && RUX_PLATFORM_HOST
+        if (gFailNextThreadStart.exchange(false))
+            throw std::system_error(
+                std::make_error_code(std::errc::resource_unavailable_try_again));
+#endif
         mThread = std::thread([this, type]() { sdkThread(type, nullptr); });
         mThreadId.store(mThread.get_id());
         return true;

@@ -112,4 +112,9 @@ private:
     std::atomic<std::thread::id> mThreadId{};
 };
 
+#if defined(RUX_PLATFORM_HOST) && RUX_PLATFORM_HOST
+// Test seam: the next start() fails as if no thread could be created.
+void failNextThreadStart();
+#endif
+
 }  // namespace rux::sdk

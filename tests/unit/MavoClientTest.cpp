@@ -296,54 +296,41 @@ TEST_F(BlobListenerTest, CellListFeedbackIsConvertedAndCutToTheRecord) {
 }
 
 // A stored entry is consumed by its reply; a plain reply without one, or with a null one,
-// goes to the fallback, which is the first one offered. Other replies never use it, and
-// with nothing to call each kind drops the blob with its own line.
-TEST_F(BlobListenerTest, FallbackTakesPlainRepliesWithoutACallbackOnly) {
+// goes to the fallback, which is the first one offered. Other replies never use it; with
+// nothing to call each kind drops the blob with its own line, an unknown event id too.
+// SDK statuses reach the status callback; bytes that are no ServiceMsg, or none at all,
+// read as event 0 without a payload: dropped.
+TEST_F(BlobListenerTest, FallbackTakesPlainRepliesOnlyAndTheRestIsDroppedWithALine) {
     for (int eventId : {0, 22, 23})  // nothing to call yet
         feed(serviceBlob(eventId, 5, eventId == 0 ? FILL(d.mutable_set_coverage_state_resp())
                                      : eventId == 22 ? FILL(d.mutable_set_cell_list_info_resp())
                                                      : FILL(d.mutable_cell_list_info_ind_resp())));
-    for (const char* line : {"Couldn't find cb for transaction id: 0x5", "Stored cb is null!",
-                             "ind function is null!"})
-        EXPECT_NE(log.findEndingWith(line).priority, -1) << line;
     client->offerFallbackCallback(onFallback);
     client->offerFallbackCallback(onOtherPlain);  // the first one stays
+    client->setServiceStatusCallback(onStatus);
     client->setUserCallback(9, onPlain);
     client->setUserCallback(11, static_cast<rux_response_cb>(nullptr));
+    client->setUserCallback(7, onPlain);
     feed(serviceBlob(1, 9, kHstOk));  // consumes the entry
     feed(serviceBlob(1, 9, kHstOk));  // finds none: the fallback
     feed(serviceBlob(20, 11, FILL(d.mutable_set_flight_mode_state_resp()->set_status(STATUS_INVALID_SLOT))));
     feed(serviceBlob(2, 5, FILL(d.mutable_get_hst_state_resp())));
     feed(serviceBlob(12, 5, FILL(d.mutable_get_dppd_capabaility_resp())));
     feed(serviceBlob(26, 5, FILL(d.mutable_vex_status_resp())));
-    EXPECT_EQ(calls(), (Lines{"plain 9 0", "fallback 9 0", "fallback 11 7"}));
-    EXPECT_EQ(client->pendingCallbacks(), 0u);
-}
-
-TEST_F(BlobListenerTest, UnknownEventIdLeavesOnlyTheErrorLine) {
-    client->offerFallbackCallback(onFallback);
-    client->setUserCallback(7, onPlain);
-    feed(serviceBlob(27, 7, [](auto& d) { d.mutable_set_coverage_state_resp(); }));
-    EXPECT_TRUE(calls().empty());
-    const auto line = log.findEndingWith("Unknown VEX proto event!");
-    EXPECT_EQ(line.priority, ANDROID_LOG_ERROR);
-    EXPECT_EQ(line.tag, LogCapture::kNullTag);
-    EXPECT_EQ(line.text, "Unknown VEX proto event!");
-    EXPECT_EQ(client->pendingCallbacks(), 1u);
-}
-
-// SEND_FAILED, SERVICE_DOWN, SERVICE_UP and an unknown status; then bytes that are no
-// ServiceMsg, and none at all, both read as event 0 without a payload: dropped.
-TEST_F(BlobListenerTest, SdkStatusesReachTheStatusCallbackAndGarbageNothing) {
-    client->setServiceStatusCallback(onStatus);
-    client->setUserCallback(0, onPlain);
+    feed(serviceBlob(27, 7, FILL(d.mutable_set_coverage_state_resp())));
     for (int status : {1, 2, 3, 9})
         client->blobListener(static_cast<SdkClientBase::SdkStatus>(status), {});
     feed(Bytes{0xFF, 0xFF, 0xFF});
     feed(Bytes{});
-    EXPECT_EQ(calls(), (Lines{"status 2", "status 6"}));
-    EXPECT_NE(log.findEndingWith("Unknown internal status 9").priority, -1);
-    EXPECT_EQ(client->pendingCallbacks(), 1u);
+    EXPECT_EQ(calls(), (Lines{"plain 9 0", "fallback 9 0", "fallback 11 7", "status 2", "status 6"}));
+    for (const char* line : {"Couldn't find cb for transaction id: 0x5", "Stored cb is null!",
+                             "ind function is null!", "Unknown internal status 9"})
+        EXPECT_NE(log.findEndingWith(line).priority, -1) << line;
+    const auto unknown = log.findEndingWith("Unknown VEX proto event!");
+    EXPECT_EQ(unknown.priority, ANDROID_LOG_ERROR);
+    EXPECT_EQ(unknown.tag, LogCapture::kNullTag);
+    EXPECT_EQ(unknown.text, "Unknown VEX proto event!");
+    EXPECT_EQ(client->pendingCallbacks(), 1u);  // tid 7's
 }
 
 // --- the C interface over a real socket ----------------------------------------------
@@ -408,20 +395,10 @@ TEST_F(ClientApiTest, UnconvertibleArgumentsCompleteLocallyOnTheSdkThread) {
     EXPECT_EQ(set_dubious_cell_array_v2(&v2, nullptr), RUX_STATUS_V2_INVALID_ARG);
     v2.slot = static_cast<slot_id_e>(3);
     EXPECT_EQ(set_dubious_cell_array_v2(&v2, onV2), RUX_STATUS_V2_INVALID_ARG);
-    const data_stall_params_s stall{};
-    const preferred_cell_list_s list{};
-    const nr_dubious_cell_info_s badScs = rux::test::with(
-        rux::test::sampleNrCell(), [](auto& c) { c.scs = static_cast<nr5g_scs_type_e>(-1); });
     const std::pair<int, int> local[] = {
         {set_hst_state(static_cast<hst_state_e>(3), onPlain), 1},
         {set_coverage_state(static_cast<slot_id_e>(3), RUX_COVERAGE_STATE_DEFAULT, onPlain), 7},
-        {set_coverage_state(static_cast<slot_id_e>(-1), static_cast<coverage_state_e>(9), onPlain), 7},
-        {set_subway_state(static_cast<rux_subway_state_e>(4), onPlain), 1},
         {set_cell_barring_info(RUX_SLOT_ID_FIRST, nullptr, onPlain), 1},
-        {set_data_stall_parameters(static_cast<slot_id_e>(3), &stall, onPlain), 7},
-        {set_lte_dubious_cell_array(RUX_SLOT_ID_FIRST, 1, nullptr, onPlain), 1},
-        {set_nr_dubious_cell_array(RUX_SLOT_ID_SECOND, 1, &badScs, onPlain), 1},
-        {set_preferred_cell_list(static_cast<slot_id_e>(-1), &list, onPlain), 7},
     };
     const int good = set_device_fold_state(RUX_DEVICE_FOLD_STATE_OPEN, onPlain);
     ASSERT_TRUE(gCalls.waitFor(std::size(local)));
@@ -481,20 +458,14 @@ TEST_F(ClientApiTest, UnreachableServiceReportsDownAndTheNextRequestAfterItRecov
     EXPECT_GT(lost, first);
 }
 
-// The SDK cannot be set up (here an instance whose loop has ended is still in place): the
-// registration reports an internal error (2) to its status callback at once.
+// The SDK cannot be set up (its thread does not start): the registration reports an
+// internal error (2) to its status callback at once, and requests fail.
 TEST_F(ClientApiTest, FailedSdkSetUpReportsAnInternalError) {
     ASSERT_TRUE(server.start(path));
-    auto stale = SdkClient::getInstance(rux::sdk::RUX_SDK_CLIENT_5, [](auto, auto&) {}, nullptr);
-    ASSERT_TRUE(stale);
-    auto cleanup = std::make_shared<rux::sdk::SdkClientEvent>(rux::sdk::RUX_SDK_CLIENT_5, Bytes{});
-    cleanup->cleanup = true;
-    stale->postEvent(cleanup);  // its only type leaves: the loop ends, the instance stays
-    ASSERT_TRUE(log.waitForText("sdkThread loop END"));
+    rux::sdk::failNextThreadStart();
     register_rux_client(onStatus);
     EXPECT_EQ(calls(), Lines{"status 2"});
     EXPECT_EQ(set_hst_state(RUX_HST_STATE_SET, onPlain), -1);
-    SdkClient::destroyInstance(rux::sdk::RUX_SDK_CLIENT_5);
 }
 
 // The SDK thread is held inside one local reply's callback while deregistration starts;

@@ -1,10 +1,18 @@
-// SdkClient: its client-type tables, and the singleton against the real serving side of
-// the transport (RuxIpcServer on a Unix socket): connect on demand, SendBlobMessages
-// both ways, shared sessions, service loss and reconnect, and teardown.
+// The SDK core. SdkClientBase over a stand-in for the IPC binding (FakeBinding records
+// connects and sends and can be told to fail them), a real EventManager and SDK thread:
+// which of local reply, reconnect, send and cleanup an event leads to, and who hears what.
+// SdkClient, the singleton, against the real serving side of the transport (RuxIpcServer
+// on a Unix socket): its client-type tables, connect on demand, SendBlobMessages both ways,
+// shared sessions, a service that is not there, a thread that cannot start, and teardown.
+#include <android/log.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <algorithm>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,6 +28,7 @@ using rux::ipc::RuxSdkType;
 using rux::sdk::RuxSdkClientType;
 using rux::sdk::SdkClient;
 using rux::sdk::SdkClientBase;
+using rux::sdk::SdkClientEvent;
 using rux::test::Inbox;
 using rux::test::LogCapture;
 using Bytes = std::vector<uint8_t>;
@@ -28,6 +37,179 @@ using namespace std::chrono_literals;
 
 RuxSdkClientType type(int t) {
     return static_cast<RuxSdkClientType>(t);
+}
+
+// "5 SERVICE_UP @sdk", "4 RESPONSE ok": what a listener of a client type heard, with the
+// blob as text when there is one, and whether it ran on the SDK thread.
+std::string heardLine(int type, int status, const Bytes& blob, bool onSdkThread) {
+    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP"};
+    std::string s = std::to_string(type) + " " + kNames[status];
+    if (!blob.empty()) s += " " + std::string(blob.begin(), blob.end());
+    return onSdkThread ? s + " @sdk" : s;
+}
+
+struct LoopParts {
+    rux::utils::RuxTimer timer;
+    rux::utils::EventManager eventManager;
+};
+
+// The IPC side of the SDK core, faked: "connect:T" and "send:T:<blob>" are recorded in
+// order; a connect succeeds unless told otherwise, a send as told.
+class FakeBinding : private LoopParts, public SdkClientBase {
+public:
+    FakeBinding() : SdkClientBase(&timer, &eventManager) {}
+    ~FakeBinding() override {
+        stopThread();
+        detachFromLoop();
+    }
+    void connectRuxSdkClient(RuxSdkClientType type) override {
+        calls.put("connect:" + std::to_string(type));
+        if (connectSucceeds) setConnected(type);
+    }
+    bool isConnected(RuxSdkClientType type) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mConnected.count(type) != 0;
+    }
+    bool sendBlobToService(RuxSdkClientType type, Bytes blob) override {
+        calls.put("send:" + std::to_string(type) + ":" + std::string(blob.begin(), blob.end()));
+        return sendSucceeds;
+    }
+    void setConnected(RuxSdkClientType type) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mConnected.insert(type);
+    }
+    bool join() { return stopThread(); }
+
+    Inbox<std::string> calls;
+    bool connectSucceeds = true;  // set before start()
+    bool sendSucceeds = true;     // set before start()
+
+private:
+    std::mutex mMutex;
+    std::set<RuxSdkClientType> mConnected;
+};
+
+class SdkClientBaseTest : public ::testing::Test {
+protected:
+    void registerType(RuxSdkClientType t, bool withListener = true) {
+        sdk.addClientType(t);
+        if (!withListener) return;
+        sdk.setClientListener(t, [this, t](SdkClientBase::SdkStatus status, const Bytes& blob) {
+            heard.put(heardLine(t, status, blob, sdk.onSdkThread()));
+        });
+    }
+    // "4>blob" goes to the service, "4<blob" is a local reply, "4!blob" a cleanup.
+    static std::shared_ptr<SdkClientEvent> event(const std::string& text) {
+        auto ev = std::make_shared<SdkClientEvent>(
+            type(text[0] - '0'), Bytes(text.begin() + 2, text.end()), text[1] == '<');
+        ev->cleanup = text[1] == '!';
+        return ev;
+    }
+    LogCapture log;
+    Inbox<std::string> heard;  // outlives the SDK thread, which sdk joins
+    FakeBinding sdk;
+};
+
+struct Scenario {
+    const char* name;
+    // "4": type 4 with a listener; "5-": without one; "5x": with one that throws;
+    // "4+": already connected; "noconnect", "nosend": the binding fails those.
+    const char* setup;
+    const char* events;  // posted in this order, see event()
+    const char* calls;   // what reached the binding, in order
+    const char* heard;   // what the listeners heard, the drain marker left out
+    size_t reconnects;
+    const char* line;  // a line the case writes, "" for none
+};
+void PrintTo(const Scenario& c, std::ostream* os) {
+    *os << c.name;
+}
+
+const Scenario kScenarios[] = {
+    {"LocalReplyGoesToTheListenerOnTheSdkThreadWithoutTheService", "4", "4<local", "",
+     "4 RESPONSE local @sdk", 0, "sendClient"},
+    {"LocalReplyWithoutListenerFallsThroughToTheSendPath", "4 5-", "5<orphan",
+     "connect:5 send:5:orphan", "", 1, ""},
+    {"DisconnectedTypeReconnectsOnceThenSends", "4", "4>first 4>second",
+     "connect:4 send:4:first send:4:second", "", 1, ""},
+    {"FailedConnectSendsNothingAndReportsNothingHere", "4 noconnect", "4>lost", "connect:4", "", 1,
+     ""},
+    {"FailedSendReportsSendFailedToTheSendingTypeOnly", "4 5 nosend", "5>x", "connect:5 send:5:x",
+     "5 SEND_FAILED @sdk", 1, ""},
+    {"ListenerThatThrowsDoesNotEndTheSdkThread", "4 5x", "5<", "", "", 0, "listener threw: boom"},
+    {"CleanupOfADisconnectedTypeNeitherReconnectsNorSendsAndEndsTheLoop", "4", "4!", "", "", 0,
+     "cleanup"},
+    {"CleanupOfAConnectedTypeSendsItsBlobFirst", "4+", "4!bye", "send:4:bye", "", 0, "cleanup"},
+    {"CleanupOfOneOfTwoTypesKeepsTheLoopRunning", "4 5", "4!", "", "", 0, "cleanup"},
+};
+
+class SdkClientBaseScenarioTest : public SdkClientBaseTest,
+                                  public ::testing::WithParamInterface<Scenario> {};
+
+TEST_P(SdkClientBaseScenarioTest, LeadsToTheseCallsAndReports) {
+    const Scenario& c = GetParam();
+    std::set<int> types, cleaned;
+    std::istringstream setup(c.setup), events(c.events);
+    for (std::string w; setup >> w;) {
+        if (w == "noconnect" || w == "nosend") {
+            (w == "nosend" ? sdk.sendSucceeds : sdk.connectSucceeds) = false;
+            continue;
+        }
+        const RuxSdkClientType t = type(w[0] - '0');
+        types.insert(t);
+        registerType(t, w.find('-') == std::string::npos);
+        if (w.find('+') != std::string::npos) sdk.setConnected(t);
+        if (w.find('x') != std::string::npos)
+            sdk.setClientListener(t, [](SdkClientBase::SdkStatus, const Bytes&) {
+                throw std::runtime_error("boom");
+            });
+    }
+    ASSERT_TRUE(sdk.start(type(4), nullptr));
+    for (std::string e; events >> e;) {
+        sdk.postEvent(event(e));
+        if (e[1] == '!') cleaned.insert(e[0] - '0');
+    }
+    const bool ends = cleaned == types;
+    std::string expectedHeard = c.heard;
+    if (ends) {
+        ASSERT_TRUE(log.waitForText("sdkThread loop END"));
+    } else {
+        // A local reply for a type still there: once heard, every event has been handled.
+        const std::string marker = cleaned.count(4) ? "5" : "4";
+        sdk.postEvent(event(marker + "<marker"));
+        expectedHeard += (expectedHeard.empty() ? "" : ", ") + marker + " RESPONSE marker @sdk";
+        ASSERT_TRUE(heard.waitFor(std::count(expectedHeard.begin(), expectedHeard.end(), ',') + 1));
+    }
+    EXPECT_EQ(rux::test::join(sdk.calls.get(), " "), c.calls);
+    EXPECT_EQ(rux::test::join(heard.get(), ", "), expectedHeard);
+    EXPECT_EQ(rux::test::countEndingWith(log, "Reconnect client"), c.reconnects);
+    EXPECT_EQ(sdk.isRunning(), !ends);
+    for (int t : types) EXPECT_EQ(sdk.hasClientType(type(t)), !cleaned.count(t)) << t;
+    EXPECT_NE(log.findEndingWith(c.line).priority, -1);
+    // Stopping joins the thread, whether the loop has ended or still runs.
+    EXPECT_TRUE(sdk.join());
+    EXPECT_FALSE(sdk.isRunning());
+    EXPECT_TRUE(log.contains("sdkThread loop END"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Events, SdkClientBaseScenarioTest, ::testing::ValuesIn(kScenarios),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// SERVICE_UP reaches only the named type, SERVICE_DOWN every one in type order; a received
+// blob goes to its type or is dropped with an error.
+TEST_F(SdkClientBaseTest, NoticesAndBlobsReachTheirListeners) {
+    for (int t : {7, 4, 5}) registerType(type(t));
+    sdk.notifyServiceUp(type(5));
+    sdk.notifyServiceUp(type(8));  // no listener: nothing, and no entry is made
+    sdk.notifyServiceDown();
+    sdk.notifyReceivedBlob(type(4), Bytes{'o', 'k'});
+    sdk.notifyReceivedBlob(type(6), Bytes{'n', 'o'});
+    EXPECT_EQ(heard.get(), (Lines{"5 SERVICE_UP", "4 SERVICE_DOWN", "5 SERVICE_DOWN",
+                                  "7 SERVICE_DOWN", "4 RESPONSE ok"}));
+    EXPECT_FALSE(log.contains("No listener for RuxSdkClientType 8"));
+    const auto error = log.findEndingWith(
+        "RuxSdkClientType 6 is not registered with this client. Should never occur!");
+    EXPECT_EQ(error.priority, ANDROID_LOG_ERROR);
 }
 
 TEST(SdkClientTablesTest, ClientTypesMapToProcessIdAndWireTypeAndWireTypesBack) {
@@ -72,13 +254,13 @@ protected:
         options.retryDelay = 1ms;
         SdkClient::setConnectOptions(options);
     }
-    static std::shared_ptr<rux::sdk::SdkClientEvent> event(int t, const std::string& blob) {
-        return std::make_shared<rux::sdk::SdkClientEvent>(type(t), Bytes(blob.begin(), blob.end()));
+    static std::shared_ptr<SdkClientEvent> event(int t, const std::string& blob) {
+        return std::make_shared<SdkClientEvent>(type(t), Bytes(blob.begin(), blob.end()));
     }
     std::shared_ptr<SdkClient> join(int t, const std::string& blob) {
         auto listener = [this, t](SdkClientBase::SdkStatus status, const Bytes& blob) {
             auto sdk = SdkClient::instance();
-            heard.put(rux::test::heardLine(t, status, blob, sdk && sdk->onSdkThread()));
+            heard.put(heardLine(t, status, blob, sdk && sdk->onSdkThread()));
         };
         return SdkClient::getInstance(type(t), listener, event(t, blob));
     }
@@ -89,14 +271,20 @@ protected:
         EXPECT_TRUE(sdk && blobs.waitFor(nBlobs + 1) && heard.waitFor(nHeard + 1));
         return sdk;
     }
+    // The service's end of the connection of the peer process `id`.
+    RuxIpcServerClient peer(unsigned long id) {
+        for (const auto& c : server.clients())
+            if (static_cast<unsigned long>(c.peerProcessId()) == id) return c;
+        ADD_FAILURE() << "no connection from " << id;
+        return server.clients().at(0);
+    }
 
     LogCapture log;
     const std::string path = rux::test::uniqueSocketPath("rux-sdkclient");
     Inbox<std::string> heard;
     Inbox<std::string> blobs;  // "<wire type> from <peer process id>: <blob>"
-    Inbox<RuxIpcServerClient> connected;
     RuxIpcServer server{RuxIpcServer::Callbacks{
-        [this](const RuxIpcServerClient& c) { connected.put(c); },
+        nullptr,
         [this](const RuxIpcServerClient& c, RuxSdkType t, Bytes b) {
             blobs.put(std::to_string(t) + " from " + std::to_string(c.peerProcessId()) + ": " +
                       std::string(b.begin(), b.end()));
@@ -104,33 +292,28 @@ protected:
         nullptr, nullptr}};
 };
 
-TEST_F(SdkClientTest, FirstEventConnectsReportsServiceUpAndReachesTheService) {
+// Each type's first event connects its process's session, which reports SERVICE_UP on the
+// SDK thread; 6 and 8 share one. Replies come back by wire type on the receiver thread, and
+// a malformed SendBlobMessage is dropped before any listener.
+TEST_F(SdkClientTest, TypesConnectOnDemandAndTradeBlobsByWireType) {
     auto sdk = joinConnected(4, "hello");
     ASSERT_TRUE(sdk);
     EXPECT_EQ(SdkClient::instance(), sdk);
-    EXPECT_EQ(blobs.get(), Lines{"4 from 101: hello"});
-    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_UP @sdk"});
     EXPECT_TRUE(sdk->isConnected(type(4)));
-}
-
-TEST_F(SdkClientTest, ReplyOfWireTypeSixReachesTheListenerOfTypeSevenOnTheReceiverThread) {
-    ASSERT_TRUE(joinConnected(7, "q"));
-    EXPECT_EQ(blobs.get(), Lines{"6 from 104: q"});
-    ASSERT_TRUE(connected.waitFor(1));
-    ASSERT_TRUE(connected.get()[0].sendBlob(static_cast<RuxSdkType>(6), Bytes{'r', 'e'}));
-    ASSERT_TRUE(heard.waitFor(2));
-    EXPECT_EQ(heard.get(), (Lines{"7 SERVICE_UP @sdk", "7 RESPONSE re"}));
-}
-
-TEST_F(SdkClientTest, TypesSixAndEightShareOneSession) {
-    auto sdk = joinConnected(6, "six");
-    ASSERT_TRUE(sdk);
-    ASSERT_EQ(join(8, "eight"), sdk);
-    ASSERT_TRUE(blobs.waitFor(2));
-    EXPECT_EQ(blobs.get()[1], "0 from 108: eight");
-    EXPECT_EQ(server.clients().size(), 1u);
-    EXPECT_EQ(connected.size(), 1u);
+    EXPECT_EQ(joinConnected(7, "q"), sdk);
+    EXPECT_EQ(joinConnected(6, "six"), sdk);
+    EXPECT_EQ(join(8, "eight"), sdk);
+    ASSERT_TRUE(blobs.waitFor(4));
+    EXPECT_EQ(blobs.get(), (Lines{"4 from 101: hello", "6 from 104: q", "0 from 108: six",
+                                  "0 from 108: eight"}));
+    EXPECT_EQ(server.clients().size(), 3u);
     EXPECT_EQ(sdk->sessionFor(type(6)), sdk->sessionFor(type(8)));
+
+    ASSERT_TRUE(peer(104).sendFrame(0, 5, Bytes{1, 2}));  // too short for the client kind
+    ASSERT_TRUE(peer(104).sendBlob(static_cast<RuxSdkType>(6), Bytes{'r', 'e'}));
+    ASSERT_TRUE(heard.waitFor(4));
+    EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_UP @sdk", "7 SERVICE_UP @sdk", "6 SERVICE_UP @sdk",
+                                  "7 RESPONSE re"}));
 }
 
 TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
@@ -155,6 +338,16 @@ TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
     EXPECT_TRUE(log.contains("instance already destroyed"));
 }
 
+// A failed start leaves no instance behind: the next registration gets a working one.
+TEST_F(SdkClientTest, RegistrationAfterAThreadThatCouldNotStartSucceeds) {
+    rux::sdk::failNextThreadStart();
+    EXPECT_EQ(join(4, "lost"), nullptr);
+    EXPECT_EQ(SdkClient::instance(), nullptr);
+    EXPECT_TRUE(log.contains("cannot start the SDK thread"));
+    ASSERT_TRUE(joinConnected(4, "again"));
+    EXPECT_EQ(blobs.get(), Lines{"4 from 101: again"});
+}
+
 TEST_F(SdkClientTest, NoServiceGivesServiceDownOnTheSdkThreadAfterTheAttempts) {
     useSocket(rux::test::uniqueSocketPath("rux-nobody"), 3);
     auto sdk = join(4, "nobody");
@@ -177,16 +370,6 @@ TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
     EXPECT_FALSE(sdk->isRunning());
     EXPECT_EQ(heard.size(), 0u);  // no SERVICE_DOWN for a connect that was called off
     EXPECT_FALSE(log.contains("Max retry reached"));
-}
-
-TEST_F(SdkClientTest, MalformedSendBlobMessageIsDroppedBeforeAnyListener) {
-    ASSERT_TRUE(joinConnected(4, "x"));
-    ASSERT_TRUE(connected.waitFor(1));
-    // msgId 5 with a payload too short to hold the 4-byte client kind.
-    ASSERT_TRUE(connected.get()[0].sendFrame(0, 5, Bytes{1, 2}));
-    ASSERT_TRUE(connected.get()[0].sendBlob(static_cast<RuxSdkType>(4), Bytes{'o', 'k'}));
-    ASSERT_TRUE(heard.waitFor(2));
-    EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_UP @sdk", "4 RESPONSE ok"}));
 }
 
 }  // namespace

@@ -94,15 +94,4 @@ inline std::string hex(const std::string& bytes) {
     return out;
 }
 
-// "5 SERVICE_UP @sdk", "4 RESPONSE ok": what a listener of a client type heard, with the
-// blob as text when there is one, and whether it ran on the SDK thread.
-inline std::string heardLine(int type, int status, const std::vector<uint8_t>& blob,
-                             bool onSdkThread) {
-    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP"};
-    std::string s = std::to_string(type) + " " +
-                    (status >= 0 && status <= 3 ? kNames[status] : std::to_string(status));
-    if (!blob.empty()) s += " " + std::string(blob.begin(), blob.end());
-    return onSdkThread ? s + " @sdk" : s;
-}
-
 }  // namespace rux::test
