@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "CellRecords.h"
 #include "SdkTestSupport.h"
 #include "client/CellConversions.h"
 
@@ -15,6 +14,45 @@ namespace {
 
 using namespace rux::client;
 using namespace rux::test;
+
+// One sample of each cell type, every field a different value so a field in the wrong
+// place shows.
+lte_dubious_cell_info_s sampleLteCell() {
+    return {310, 260, 1, 122, 1850, 101, 7, 0x1A2B3C};
+}
+
+nr_dubious_cell_info_s sampleNrCell() {
+    return {311, 480, 0, 277, 628000, 500, 9, 0x900000001ull, RUX_NR5G_SCS_30};
+}
+
+preferred_cell_info_s samplePreferredCell() {
+    return {{{312, 530, 1}, 0x123456789ull, 162, 2600, 42}, 77, true, false, true, {-1, 2000000}};
+}
+
+// Every optional value given (one as 0xFFFFFFFE, the largest value that is not the
+// marker), each section's flag set, two shared PLMNs; fields in the header's order.
+cell_list_entry_s sampleListedCell() {
+    return {{{313, 340, 0}, 42, 125, 5230, 301}, 11, 2, 33, 44, 1, 55, 1, {-3, 4}, 1, 66,
+            RUX_VALUE_NOT_GIVEN - 1, 88, 1, 2, {{314, 150, 1}, {315, 20, 0}}};
+}
+
+// Bands 1 and 300; the LTE list sends 32 bits of the identity.
+dubious_cell_v2_s sampleV2Cell() {
+    return {{316, 10, 0}, 0x123456789ull, 122, 100, 5, RUX_NR5G_SCS_60, 2, {1, 300}};
+}
+
+template <typename Cell>
+std::vector<Cell> copies(size_t n, const Cell& cell) {
+    return std::vector<Cell>(n, cell);
+}
+
+// `record` changed by `change`: with(sampleLteCell(), [](auto& c) { c.mcc = 1000; }).
+template <typename Record, typename Change>
+Record with(Record record, Change change) {
+    change(record);
+    return record;
+}
+
 
 // A conversion's status, the request's bytes and what each list of it got.
 struct Outcome {
@@ -167,10 +205,6 @@ const Case kCases[] = {
      "A8 14 28 2A 10 4D 18 01 28 01 32 0F 08 FF FF FF FF FF FF FF FF FF 01 10 80 89 7A", ""},
     {"DataStallFields", [] { return bytes(dataStall(RUX_SLOT_ID_SECOND, &kStall)); },
      "0: 08 02 12 16 08 02 10 01 18 05 20 FF FF FF FF FF FF FF FF FF 01 30 07 38 AC 02", ""},
-    {"DataStallUnknownApplicationIsSentAsUnspecified", [] { return bytes(dataStallWith(kFirst,
-         [](auto& p) { p.application_type = static_cast<application_type_e>(8); })); },
-     "0: 08 01 12 14 08 02 10 01 20 FF FF FF FF FF FF FF FF FF 01 30 07 38 AC 02",
-     "Request received for unknown Application type"},
     {"CellListEveryValueGiven", [] { return bytes(cellList(1, 0, sampleListedCell())); },
      "0: 0A 68 08 02 10 01 1A 62 0A 12 0A 06 08 B9 02 10 D4 02 10 2A 18 7D 20 EE 28 28 AD 02 "
      "10 01 18 0B 20 01 28 01 30 21 38 2C 42 40 08 01 12 15 08 01 10 37 18 01 22 0D 08 FD FF "
@@ -184,9 +218,6 @@ const Case kCases[] = {
      "0: 0A 3B 08 02 10 01 22 35 0A 12 0A 06 08 B9 02 10 D4 02 10 2A 18 7D 20 EE 28 28 AD 02 "
      "30 21 38 2C 42 1B 08 01 12 11 18 01 22 0D 08 FD FF FF FF FF FF FF FF FF 01 10 04 18 01 "
      "22 02 28 58", ""},
-    {"CellListUnknownMitigationIsSentAsDubious", [] { return bytes(cellList(0, 0, {},
-         [](auto& i) { i.mitigation_type = static_cast<cell_mitigation_type_e>(0); })); },
-     "0: 0A 02 10 01", "Unknown Cell Mitigation Type"},
     {"DubiousV2Fields", [] { return bytes(v2([](auto&) {})); },
      "0: 0A 3C 08 02 10 01 1A 18 0A 05 08 BC 02 10 0A 10 89 CF 95 9A 02 18 7A 20 64 28 05 3A "
      "03 01 AC 02 20 01 2A 1A 0A 05 08 BC 02 10 0A 10 89 CF 95 9A 12 18 7A 20 64 28 05 30 02 "

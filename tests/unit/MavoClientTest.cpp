@@ -16,7 +16,6 @@
 #include <thread>
 #include <vector>
 
-#include "CellRecords.h"
 #include "SdkTestSupport.h"
 #include "client/MavoClient.h"
 #include "ipc/RuxIpcServer.h"
@@ -36,6 +35,46 @@ using Lines = std::vector<std::string>;
 using Fill = std::function<void(VexProto::ServiceData&)>;
 using namespace std::chrono_literals;
 using namespace VexProto;
+
+// "type=2 lte=[310/260/1 id=6699 band=122 freq=1850 pci=101 cause=5 fb=1 shared=311/480/1]
+// nr=[] rest=0": the record as delivered; rest=0 says every field past the lengths is 0.
+std::string describe(const cell_list_info_ind_s& r) {
+    const auto plmn = [](const plmn_id_s& p) {
+        return std::to_string(p.mcc) + "/" + std::to_string(p.mnc) + "/" +
+               std::to_string(p.mnc_includes_pcs_digit);
+    };
+    const auto cell = [&](const cell_list_feedback_entry_s& c, int shared) {
+        const cell_info_s& i = c.cell_info;
+        std::string out = plmn(i.plmn) + " id=" + std::to_string(i.cell_identity) +
+                          " band=" + std::to_string(i.band) + " freq=" + std::to_string(i.freq) +
+                          " pci=" + std::to_string(i.pci) + " cause=" +
+                          std::to_string(c.cause_bitmask) + " fb=" + std::to_string(c.feedback_cause) +
+                          " shared=";
+        for (int j = 0; j < shared && j < MAX_SIZE_SHARED_PLMN; ++j)
+            out += (j ? "," : "") + plmn(c.shared_plmn[j]);
+        return out;
+    };
+    const cell_list_feedback_entry_s zero{};
+    bool restZero = true;
+    const auto list = [&](uint8_t len, const cell_list_feedback_entry_s* cells) {
+        std::string out;
+        for (int n = 0; n < MAX_SIZE_CELL_LIST; ++n) {
+            const cell_list_feedback_entry_s& c = cells[n];
+            const int shared = n < len ? c.shared_plmn_len : 0;
+            for (int j = shared; j < MAX_SIZE_SHARED_PLMN; ++j)
+                restZero = restZero && plmn(c.shared_plmn[j]) == plmn(zero.shared_plmn[j]);
+            if (n < len)
+                out += (n ? " " : "") + cell(c, shared);
+            else
+                restZero = restZero && cell(c, c.shared_plmn_len) == cell(zero, 0);
+        }
+        return "[" + out + "]";
+    };
+    const std::string lte = list(r.lte_cell_list_len, r.lte_cell_list);
+    const std::string nr = list(r.nr_cell_list_len, r.nr_cell_list);
+    return "type=" + std::to_string(r.mitigation_type) + " lte=" + lte + " nr=" + nr +
+           " rest=" + (restZero ? "0" : "dirty");
+}
 
 // --- callbacks: each renders its arguments as one line, marked when on the SDK thread ----
 
@@ -73,7 +112,7 @@ const auto onDppdRecInd =
 const auto onSubmodeInd =
     +[](submode_info_s const* i) { put("submode_ind", i->sub_mode, i->tx_concurrency); };
 const auto onCellListInd =
-    +[](cell_list_info_ind_s r) { put(("cell_list_ind " + rux::test::describe(r)).c_str()); };
+    +[](cell_list_info_ind_s r) { put(("cell_list_ind " + describe(r)).c_str()); };
 const auto onCellListLengths = +[](cell_list_info_ind_s r) {
     put("lengths", r.lte_cell_list_len, r.nr_cell_list_len, r.lte_cell_list[0].shared_plmn_len);
 };

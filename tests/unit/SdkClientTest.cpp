@@ -348,17 +348,6 @@ TEST_F(SdkClientTest, RegistrationAfterAThreadThatCouldNotStartSucceeds) {
     EXPECT_EQ(blobs.get(), Lines{"4 from 101: again"});
 }
 
-TEST_F(SdkClientTest, NoServiceGivesServiceDownOnTheSdkThreadAfterTheAttempts) {
-    useSocket(rux::test::uniqueSocketPath("rux-nobody"), 3);
-    auto sdk = join(4, "nobody");
-    ASSERT_TRUE(sdk);
-    ASSERT_TRUE(heard.waitFor(1));
-    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_DOWN @sdk"});
-    ASSERT_TRUE(log.waitForText("IsConnected: 0"));
-    EXPECT_EQ(rux::test::countEndingWith(log, "Connect ret: -1"), 3u);
-    EXPECT_FALSE(sdk->isConnected(type(4)));
-}
-
 // A connect that would try for a very long time is cut short by the teardown, silently:
 // without that, this test would run into its CTest timeout.
 TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
