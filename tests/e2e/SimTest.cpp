@@ -268,7 +268,8 @@ TEST_P(SimClaimTest, ASecondSimulatorOnAServedPathRefusesAndLeavesItAlone) {
     // The first one's log file, which a second one told to use it must leave alone.
     const std::string log = path + ".log";
     { std::ofstream(log) << "first\n"; }
-    Subprocess second({SimProcess::binary(), "--socket", path, "--log", log}, {}, true);
+    Subprocess second({SimProcess::binary(), "--socket", path, "--log", log}, {},
+                      Subprocess::Stderr::Merge);
     const auto status = second.waitExit();
     ASSERT_TRUE(status && WIFEXITED(*status)) << second.dump();
     EXPECT_EQ(WEXITSTATUS(*status), 1) << second.dump();

@@ -45,19 +45,21 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                       bool collectStderr) {
-    int in[2], out[2];
+                       Stderr stderrMode) {
+    int in[2], out[2] = {-1, -1}, err[2] = {-1, -1};
     if (::pipe2(in, O_CLOEXEC) != 0) return;
-    if (::pipe2(out, O_CLOEXEC) != 0) {
-        ::close(in[0]);
-        ::close(in[1]);
+    if (::pipe2(out, O_CLOEXEC) != 0 ||
+        (stderrMode == Stderr::Capture && ::pipe2(err, O_CLOEXEC) != 0)) {
+        for (int fd : {in[0], in[1], out[0], out[1]})
+            if (fd >= 0) ::close(fd);
         return;
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    if (collectStderr) posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
+    if (stderrMode == Stderr::Merge) posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
+    if (err[1] >= 0) posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     std::vector<std::string> args = argv;
     std::vector<std::string> vars = mergedEnvironment(env);
     auto argp = pointers(args);
@@ -67,16 +69,19 @@ Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<s
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
+    if (err[1] >= 0) ::close(err[1]);
     if (rc != 0) {
-        ::close(in[1]);
-        ::close(out[0]);
+        for (int fd : {in[1], out[0], err[0]})
+            if (fd >= 0) ::close(fd);
         return;
     }
     mPid = pid;
     mPidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     mStdin = in[1];
     const int readFd = out[0];
-    mReader = std::thread([this, readFd] { readLoop(readFd); });
+    mReader = std::thread([this, readFd] { readLoop(readFd, mOut); });
+    const int errorFd = err[0];
+    if (errorFd >= 0) mErrorReader = std::thread([this, errorFd] { readLoop(errorFd, mError); });
 }
 
 Subprocess::~Subprocess() {
@@ -86,10 +91,11 @@ Subprocess::~Subprocess() {
         waitExit();
     }
     if (mReader.joinable()) mReader.join();
+    if (mErrorReader.joinable()) mErrorReader.join();
     if (mPidFd >= 0) ::close(mPidFd);
 }
 
-void Subprocess::readLoop(int fd) {
+void Subprocess::readLoop(int fd, Output& into) {
     std::string pending;
     char chunk[4096];
     for (;;) {
@@ -105,15 +111,15 @@ void Subprocess::readLoop(int fd) {
         if (complete.empty()) continue;
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            for (auto& line : complete) mLines.push_back(std::move(line));
+            for (auto& line : complete) into.lines.push_back(std::move(line));
         }
         mChanged.notify_all();
     }
     ::close(fd);
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        if (!pending.empty()) mLines.push_back(pending);
-        mEof = true;
+        if (!pending.empty()) into.lines.push_back(pending);
+        into.eof = true;
     }
     mChanged.notify_all();
 }
@@ -138,14 +144,21 @@ void Subprocess::closeStdin() {
 
 std::vector<std::string> Subprocess::lines() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    return mLines;
+    return mOut.lines;
+}
+
+std::vector<std::string> Subprocess::errorLines(milliseconds timeout) const {
+    if (!mErrorReader.joinable()) return {};  // stderr not captured
+    std::unique_lock<std::mutex> lock(mMutex);
+    mChanged.wait_for(lock, timeout, [&] { return mError.eof; });
+    return mError.lines;
 }
 
 bool Subprocess::waitFor(const std::function<bool(const std::vector<std::string>&)>& predicate,
                          milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, timeout, [&] { return predicate(mLines) || mEof; }) &&
-           predicate(mLines);
+    return mChanged.wait_for(lock, timeout, [&] { return predicate(mOut.lines) || mOut.eof; }) &&
+           predicate(mOut.lines);
 }
 
 bool Subprocess::waitForLine(const std::string& needle, milliseconds timeout) const {
@@ -161,7 +174,7 @@ bool Subprocess::waitForLine(const std::string& needle, milliseconds timeout) co
 size_t Subprocess::count(const std::string& needle) const {
     std::lock_guard<std::mutex> lock(mMutex);
     size_t n = 0;
-    for (const auto& l : mLines)
+    for (const auto& l : mOut.lines)
         if (l.find(needle) != std::string::npos) ++n;
     return n;
 }

@@ -1,8 +1,8 @@
 // Subprocess: a program run by a test, with a pipe to its stdin and its stdout collected
 // line by line by a reader thread. Its stderr is the test's (the library's Android log
-// lines show up in the test output) unless it is collected with stdout. Waiting is on the
-// events themselves (a new line, end of output, the process's exit through a pidfd), each
-// with a deadline.
+// lines show up in the test output) unless the test merges it into stdout or captures it
+// apart, for a tool whose messages are part of its behaviour. Waiting is on the events themselves (a new
+// line, end of output, the process's exit through a pidfd), each with a deadline.
 //
 // SimProcess: rux-sim as a real subprocess on a private socket path, driven through its
 // control lines on stdin (--stdin); its readable event log is its stdout.
@@ -29,9 +29,11 @@ constexpr milliseconds kDeadline{20000};
 
 class Subprocess {
 public:
+    // Inherit: the test's stderr; Merge: into the stdout lines; Capture: errorLines().
+    enum class Stderr { Inherit, Merge, Capture };
     // `env` entries ("NAME=value") are added to, or replace, the test's environment.
     Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
-               bool collectStderr = false);
+               Stderr stderrMode = Stderr::Inherit);
     // Closes stdin and waits for the exit; a process still running at the deadline is killed.
     ~Subprocess();
     Subprocess(const Subprocess&) = delete;
@@ -51,23 +53,31 @@ public:
     // Lines containing `needle`.
     size_t count(const std::string& needle) const;
     std::string dump() const;
+    // What a process started with Stderr::Capture wrote to stderr, once it closed it (or
+    // what came until the deadline).
+    std::vector<std::string> errorLines(milliseconds timeout = kDeadline) const;
 
     // The wait status once the process has exited, or nothing at the deadline.
     std::optional<int> waitExit(milliseconds timeout = kDeadline);
     void kill(int signal);
 
 private:
-    void readLoop(int fd);
+    struct Output {
+        std::vector<std::string> lines;
+        bool eof = false;
+    };
+    void readLoop(int fd, Output& into);
 
     pid_t mPid = -1;
     int mPidFd = -1;
     int mStdin = -1;
     std::optional<int> mExitStatus;
     std::thread mReader;
+    std::thread mErrorReader;
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
-    std::vector<std::string> mLines;  // guarded by mMutex
-    bool mEof = false;                // guarded by mMutex
+    Output mOut;    // guarded by mMutex
+    Output mError;  // guarded by mMutex
 };
 
 class SimProcess {
