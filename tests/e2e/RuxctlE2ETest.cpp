@@ -219,31 +219,27 @@ INSTANTIATE_TEST_SUITE_P(Subcommands, RequestTest, ::testing::Values(
 // --- watch ------------------------------------------------------------------------------
 
 // What watch prints, in order: the answer to the cell list it sends, then one record per
-// indication the simulator is told to send.
+// indication the simulator is told to send. The line form of every record is derived from
+// its JSON, so JSON is checked where the value types show (a flag, numbers).
 struct Printed {
     const char* control;  // the simulator's control line; nullptr for the answer
     const char* line;
-    const char* json;
+    const char* json;     // nullptr: not sent in the JSON run
 };
 
 // clang-format off
 const Printed kWatchOutput[] = {
     {nullptr, "set-cell-list-info tid=3 status=RUX_STATUS_V2_SUCCESS",
      R"({"request":"set-cell-list-info","tid":3,"status":"RUX_STATUS_V2_SUCCESS"})"},
-    {"indicate hst-state HST_STATE_SET", "hst-state state=RUX_HST_STATE_SET",
-     R"({"indication":"hst-state","state":"RUX_HST_STATE_SET"})"},
-    {"indicate subway-state SUBWAY_STATE_OUT_SUBWAY", "subway-state state=RUX_SUBWAY_STATE_OUT_SUBWAY",
-     R"({"indication":"subway-state","state":"RUX_SUBWAY_STATE_OUT_SUBWAY"})"},
+    {"indicate hst-state HST_STATE_SET", "hst-state state=RUX_HST_STATE_SET", nullptr},
+    {"indicate subway-state SUBWAY_STATE_OUT_SUBWAY", "subway-state state=RUX_SUBWAY_STATE_OUT_SUBWAY", nullptr},
     {"indicate dppd-capability false", "dppd-capability capable=false",
      R"({"indication":"dppd-capability","capable":false})"},
     {"indicate dppd-recommendation DATA_NOT_ALLOWED NDDS",
-     "dppd-recommendation action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS",
-     R"({"indication":"dppd-recommendation","action":"RUX_DATA_NOT_ALLOWED","subscription":"RUX_SUBS_NDDS"})"},
+     "dppd-recommendation action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS", nullptr},
     {"indicate submode DSDA DSDA_TX_SHARING",
-     "multi-sim-submode sub_mode=RUX_SUBMODE_DSDA tx_concurrency=RUX_TX_CONCURRENCY_SHARING",
-     R"({"indication":"multi-sim-submode","sub_mode":"RUX_SUBMODE_DSDA","tx_concurrency":"RUX_TX_CONCURRENCY_SHARING"})"},
-    {"indicate service-status RUX_STATUS_SERVICE_UP", "service-status status=RUX_STATUS_SERVICE_UP",
-     R"({"indication":"service-status","status":"RUX_STATUS_SERVICE_UP"})"},
+     "multi-sim-submode sub_mode=RUX_SUBMODE_DSDA tx_concurrency=RUX_TX_CONCURRENCY_SHARING", nullptr},
+    {"indicate service-status RUX_STATUS_SERVICE_UP", "service-status status=RUX_STATUS_SERVICE_UP", nullptr},
     {"indicate cell-list CELL_INFO lte mcc=310 mnc=260 pcs=1 id=6699 band=E_UTRA_OPERATING_BAND_3 freq=1850 "
      "pci=101 cause=5 feedback=CELL_FB_CAUSE_DELETE shared=311-480-1,312-530 nr mcc=1 id=68719476735",
      "cell-list mitigation_type=RUX_CELL_MITIGATION_INFO lte_cell_list=[{cell_info={plmn={mcc=310 mnc=260 "
@@ -283,6 +279,7 @@ TEST_P(WatchTest, PrintsEveryIndicationUntilStoppedThenExitsZero) {
     ASSERT_TRUE(watch->waitFor([](const Lines& l) { return !l.empty(); })) << sim->dump();
     Lines want;
     for (const auto& p : kWatchOutput) {
+        if (row.json && !p.json) continue;
         if (p.control) {
             ASSERT_EQ(sim->command(p.control), "ok sent=1") << p.control;
         }
