@@ -104,7 +104,8 @@ TEST_P(RequestTest, ReachesTheServiceAndPrintsTheAnswer) {
     if (*row.simSetup) {
         ASSERT_EQ(sim->command(row.simSetup), "ok");
     }
-    const std::string file = ::testing::TempDir() + "ruxctl-" + std::to_string(::getpid()) + ".json";
+    const std::string file =
+        ::testing::TempDir() + "ruxctl-" + std::to_string(::getpid()) + ".json";
     Lines args = words(row.command);
     std::string input = row.json;
     for (auto& arg : args)
@@ -224,7 +225,7 @@ INSTANTIATE_TEST_SUITE_P(Subcommands, RequestTest, ::testing::Values(
 struct Printed {
     const char* control;  // the simulator's control line; nullptr for the answer
     const char* line;
-    const char* json;     // nullptr: not sent in the JSON run
+    const char* json;  // nullptr: not sent in the JSON run
 };
 
 // clang-format off

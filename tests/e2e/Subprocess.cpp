@@ -58,7 +58,8 @@ Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<s
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    if (stderrMode == Stderr::Merge) posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
+    if (stderrMode == Stderr::Merge)
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
     if (err[1] >= 0) posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     std::vector<std::string> args = argv;
     std::vector<std::string> vars = mergedEnvironment(env);

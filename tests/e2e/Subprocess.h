@@ -1,8 +1,9 @@
 // Subprocess: a program run by a test, with a pipe to its stdin and its stdout collected
 // line by line by a reader thread. Its stderr is the test's (the library's Android log
 // lines show up in the test output) unless the test merges it into stdout or captures it
-// apart, for a tool whose messages are part of its behaviour. Waiting is on the events themselves (a new
-// line, end of output, the process's exit through a pidfd), each with a deadline.
+// apart, for a tool whose messages are part of its behaviour. Waiting is on the events
+// themselves (a new line, end of output, the process's exit through a pidfd), each with a
+// deadline.
 //
 // SimProcess: rux-sim as a real subprocess on a private socket path, driven through its
 // control lines on stdin (--stdin); its readable event log is its stdout.

@@ -89,7 +89,8 @@ std::string difference(const Bytes& got, const Bytes& want) {
     if (at.first == got.end() && at.second == want.end()) return "";
     char line[64];
     std::snprintf(line, sizeof line, "offset %td: %02x, want %02x", at.first - got.begin(),
-                  at.first == got.end() ? -1 : *at.first, at.second == want.end() ? -1 : *at.second);
+                  at.first == got.end() ? -1 : *at.first,
+                  at.second == want.end() ? -1 : *at.second);
     return line;
 }
 
