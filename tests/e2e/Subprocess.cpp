@@ -4,12 +4,14 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -46,12 +48,11 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                        Stderr stderrMode) {
-    int in[2], out[2] = {-1, -1}, err[2] = {-1, -1};
+    int in[2], out[2];
     if (::pipe2(in, O_CLOEXEC) != 0) return;
-    if (::pipe2(out, O_CLOEXEC) != 0 ||
-        (stderrMode == Stderr::Capture && ::pipe2(err, O_CLOEXEC) != 0)) {
-        for (int fd : {in[0], in[1], out[0], out[1]})
-            if (fd >= 0) ::close(fd);
+    if (::pipe2(out, O_CLOEXEC) != 0) {
+        ::close(in[0]);
+        ::close(in[1]);
         return;
     }
     posix_spawn_file_actions_t actions;
@@ -60,7 +61,8 @@ Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<s
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     if (stderrMode == Stderr::Merge)
         posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
-    if (err[1] >= 0) posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    if (stderrMode == Stderr::Capture) mStderr = ::memfd_create("stderr", MFD_CLOEXEC);
+    if (mStderr >= 0) posix_spawn_file_actions_adddup2(&actions, mStderr, STDERR_FILENO);
     std::vector<std::string> args = argv;
     std::vector<std::string> vars = mergedEnvironment(env);
     auto argp = pointers(args);
@@ -70,19 +72,16 @@ Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<s
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
-    if (err[1] >= 0) ::close(err[1]);
     if (rc != 0) {
-        for (int fd : {in[1], out[0], err[0]})
-            if (fd >= 0) ::close(fd);
+        ::close(in[1]);
+        ::close(out[0]);
         return;
     }
     mPid = pid;
     mPidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     mStdin = in[1];
     const int readFd = out[0];
-    mReader = std::thread([this, readFd] { readLoop(readFd, mOut); });
-    const int errorFd = err[0];
-    if (errorFd >= 0) mErrorReader = std::thread([this, errorFd] { readLoop(errorFd, mError); });
+    mReader = std::thread([this, readFd] { readLoop(readFd); });
 }
 
 Subprocess::~Subprocess() {
@@ -92,11 +91,11 @@ Subprocess::~Subprocess() {
         waitExit();
     }
     if (mReader.joinable()) mReader.join();
-    if (mErrorReader.joinable()) mErrorReader.join();
     if (mPidFd >= 0) ::close(mPidFd);
+    if (mStderr >= 0) ::close(mStderr);
 }
 
-void Subprocess::readLoop(int fd, Output& into) {
+void Subprocess::readLoop(int fd) {
     std::string pending;
     char chunk[4096];
     for (;;) {
@@ -112,15 +111,15 @@ void Subprocess::readLoop(int fd, Output& into) {
         if (complete.empty()) continue;
         {
             std::lock_guard<std::mutex> lock(mMutex);
-            for (auto& line : complete) into.lines.push_back(std::move(line));
+            for (auto& line : complete) mLines.push_back(std::move(line));
         }
         mChanged.notify_all();
     }
     ::close(fd);
     {
         std::lock_guard<std::mutex> lock(mMutex);
-        if (!pending.empty()) into.lines.push_back(pending);
-        into.eof = true;
+        if (!pending.empty()) mLines.push_back(pending);
+        mEof = true;
     }
     mChanged.notify_all();
 }
@@ -145,21 +144,22 @@ void Subprocess::closeStdin() {
 
 std::vector<std::string> Subprocess::lines() const {
     std::lock_guard<std::mutex> lock(mMutex);
-    return mOut.lines;
+    return mLines;
 }
 
-std::vector<std::string> Subprocess::errorLines(milliseconds timeout) const {
-    if (!mErrorReader.joinable()) return {};  // stderr not captured
-    std::unique_lock<std::mutex> lock(mMutex);
-    mChanged.wait_for(lock, timeout, [&] { return mError.eof; });
-    return mError.lines;
+std::vector<std::string> Subprocess::errorLines() {
+    std::vector<std::string> out;
+    if (mStderr < 0 || !waitExit()) return out;
+    std::ifstream in("/proc/self/fd/" + std::to_string(mStderr));  // from the start
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
 }
 
 bool Subprocess::waitFor(const std::function<bool(const std::vector<std::string>&)>& predicate,
                          milliseconds timeout) const {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, timeout, [&] { return predicate(mOut.lines) || mOut.eof; }) &&
-           predicate(mOut.lines);
+    return mChanged.wait_for(lock, timeout, [&] { return predicate(mLines) || mEof; }) &&
+           predicate(mLines);
 }
 
 bool Subprocess::waitForLine(const std::string& needle, milliseconds timeout) const {
@@ -175,7 +175,7 @@ bool Subprocess::waitForLine(const std::string& needle, milliseconds timeout) co
 size_t Subprocess::count(const std::string& needle) const {
     std::lock_guard<std::mutex> lock(mMutex);
     size_t n = 0;
-    for (const auto& l : mOut.lines)
+    for (const auto& l : mLines)
         if (l.find(needle) != std::string::npos) ++n;
     return n;
 }

@@ -1,9 +1,8 @@
 // Subprocess: a program run by a test, with a pipe to its stdin and its stdout collected
 // line by line by a reader thread. Its stderr is the test's (the library's Android log
-// lines show up in the test output) unless the test merges it into stdout or captures it
-// apart, for a tool whose messages are part of its behaviour. Waiting is on the events
-// themselves (a new line, end of output, the process's exit through a pidfd), each with a
-// deadline.
+// lines show up in the test output) unless merged into stdout or captured. Waiting is on the
+// events themselves (a new line, end of output, the process's exit through a pidfd), each
+// with a deadline.
 //
 // SimProcess: rux-sim as a real subprocess on a private socket path, driven through its
 // control lines on stdin (--stdin); its readable event log is its stdout.
@@ -54,31 +53,26 @@ public:
     // Lines containing `needle`.
     size_t count(const std::string& needle) const;
     std::string dump() const;
-    // What a process started with Stderr::Capture wrote to stderr, once it closed it (or
-    // what came until the deadline).
-    std::vector<std::string> errorLines(milliseconds timeout = kDeadline) const;
+    // What a process started with Stderr::Capture wrote to stderr, once it has exited.
+    std::vector<std::string> errorLines();
 
     // The wait status once the process has exited, or nothing at the deadline.
     std::optional<int> waitExit(milliseconds timeout = kDeadline);
     void kill(int signal);
 
 private:
-    struct Output {
-        std::vector<std::string> lines;
-        bool eof = false;
-    };
-    void readLoop(int fd, Output& into);
+    void readLoop(int fd);
 
     pid_t mPid = -1;
     int mPidFd = -1;
     int mStdin = -1;
+    int mStderr = -1;  // Stderr::Capture: an in-memory file
     std::optional<int> mExitStatus;
     std::thread mReader;
-    std::thread mErrorReader;
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
-    Output mOut;    // guarded by mMutex
-    Output mError;  // guarded by mMutex
+    std::vector<std::string> mLines;  // guarded by mMutex
+    bool mEof = false;                // guarded by mMutex
 };
 
 class SimProcess {
