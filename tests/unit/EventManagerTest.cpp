@@ -1,6 +1,7 @@
 // EventManager over real socket pairs and eventfds: registration, dispatch, deferred
-// and immediate removal, the approved list, wake-ups, removal from other threads and
-// from inside callbacks, and the fatal set-up failures.
+// and immediate removal, the approved list, removal from other threads and from inside
+// callbacks, and the fatal set-up failures. (Waking a waiting loop to remove a
+// descriptor is RuxEventHandlerTest's producers test.)
 #include <android/log.h>
 #include <errno.h>
 #include <fcntl.h>

@@ -52,7 +52,8 @@ struct Script {
     }
 };
 
-TEST(RuxTimeSpecTest, ArithmeticAndCompare) {
+// Subtraction and comparison are pinned through the queue below (rounding, order).
+TEST(RuxTimeSpecTest, AddDelayCarriesOnceAndLeavesNegativeDelaysUnnormalised) {
     const struct {
         timespec start;
         int64_t ms;
@@ -70,22 +71,6 @@ TEST(RuxTimeSpecTest, ArithmeticAndCompare) {
         RuxTimer::addDelayToTimeval(c.ms, t);
         EXPECT_EQ(ts(t), ts(c.expected)) << ts(c.start) << " + " << c.ms << "ms";
     }
-    timespec out{};
-    EXPECT_TRUE(RuxTimer::addTimeSpec({1, 600000000}, {2, 500000000}, out));
-    EXPECT_EQ(ts(out), ts({4, 100000000}));
-    EXPECT_TRUE(RuxTimer::subTimeSpec({4, 100000000}, {2, 500000000}, out));
-    EXPECT_EQ(ts(out), ts({1, 600000000}));
-    EXPECT_TRUE(RuxTimer::subTimeSpec({2, 0}, {3, 1}, out));
-    EXPECT_EQ(ts(out), ts({-2, 999999999}));
-    const struct {
-        timespec a, b;
-        int expected;
-    } compares[] = {
-        {{1, 0}, {1, 0}, 0},         {{1, 1}, {1, 0}, 1},   {{1, 0}, {1, 1}, -1},
-        {{2, 0}, {1, 999999999}, 1}, {{-1, 5}, {0, 0}, -1}, {{10, -200}, {10, 0}, -1},
-    };
-    for (const auto& c : compares)
-        EXPECT_EQ(RuxTimer::cmpTimeSpec(c.a, c.b), c.expected) << ts(c.a) << " vs " << ts(c.b);
 }
 
 class RuxTimerTest : public ::testing::Test {
