@@ -107,6 +107,7 @@ librux_client.so: the C interface through which applications talk to the Rux ser
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${RUX_DEV_PACKAGE})
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)  # no binaries: nothing for dpkg-shlibdeps to find
 set(CPACK_COMPONENT_DEV_DESCRIPTION "Client library for the Rux service - development files
 Headers, the CMake package rux_client (target rux::client) and rux_client.pc.")
 

@@ -59,7 +59,8 @@ std::string request(const std::string& text) {
 void expectServedBy(const std::string& path, const std::string& who) {
     const std::string log = path + ".log";
     std::ofstream(log) << "first\n";
-    Subprocess second({SimProcess::binary(), "--socket", path, "--log", log}, {}, true);
+    Subprocess second({SimProcess::binary(), "--socket", path, "--log", log}, {},
+                      Subprocess::Stderr::Merge);
     const auto status = second.waitExit();
     EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 1) << second.dump();
     EXPECT_TRUE(second.waitForLine("rux-sim: " + path + " is already served by " + who))

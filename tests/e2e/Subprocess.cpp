@@ -4,12 +4,14 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -45,7 +47,7 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 }  // namespace
 
 Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                       bool collectStderr) {
+                       Stderr stderrMode) {
     int in[2], out[2];
     if (::pipe2(in, O_CLOEXEC) != 0) return;
     if (::pipe2(out, O_CLOEXEC) != 0) {
@@ -57,7 +59,10 @@ Subprocess::Subprocess(const std::vector<std::string>& argv, const std::vector<s
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    if (collectStderr) posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
+    if (stderrMode == Stderr::Merge)
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
+    if (stderrMode == Stderr::Capture) mStderr = ::memfd_create("stderr", MFD_CLOEXEC);
+    if (mStderr >= 0) posix_spawn_file_actions_adddup2(&actions, mStderr, STDERR_FILENO);
     std::vector<std::string> args = argv;
     std::vector<std::string> vars = mergedEnvironment(env);
     auto argp = pointers(args);
@@ -87,6 +92,7 @@ Subprocess::~Subprocess() {
     }
     if (mReader.joinable()) mReader.join();
     if (mPidFd >= 0) ::close(mPidFd);
+    if (mStderr >= 0) ::close(mStderr);
 }
 
 void Subprocess::readLoop(int fd) {
@@ -139,6 +145,14 @@ void Subprocess::closeStdin() {
 std::vector<std::string> Subprocess::lines() const {
     std::lock_guard<std::mutex> lock(mMutex);
     return mLines;
+}
+
+std::vector<std::string> Subprocess::errorLines() {
+    std::vector<std::string> out;
+    if (mStderr < 0 || !waitExit()) return out;
+    std::ifstream in("/proc/self/fd/" + std::to_string(mStderr));  // from the start
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
 }
 
 bool Subprocess::waitFor(const std::function<bool(const std::vector<std::string>&)>& predicate,

@@ -1,6 +1,6 @@
 // Subprocess: a program run by a test, with a pipe to its stdin and its stdout collected
 // line by line by a reader thread. Its stderr is the test's (the library's Android log
-// lines show up in the test output) unless it is collected with stdout. Waiting is on the
+// lines show up in the test output) unless merged into stdout or captured. Waiting is on the
 // events themselves (a new line, end of output, the process's exit through a pidfd), each
 // with a deadline.
 //
@@ -29,9 +29,11 @@ constexpr milliseconds kDeadline{20000};
 
 class Subprocess {
 public:
+    // Inherit: the test's stderr; Merge: into the stdout lines; Capture: errorLines().
+    enum class Stderr { Inherit, Merge, Capture };
     // `env` entries ("NAME=value") are added to, or replace, the test's environment.
     Subprocess(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
-               bool collectStderr = false);
+               Stderr stderrMode = Stderr::Inherit);
     // Closes stdin and waits for the exit; a process still running at the deadline is killed.
     ~Subprocess();
     Subprocess(const Subprocess&) = delete;
@@ -51,6 +53,8 @@ public:
     // Lines containing `needle`.
     size_t count(const std::string& needle) const;
     std::string dump() const;
+    // What a process started with Stderr::Capture wrote to stderr, once it has exited.
+    std::vector<std::string> errorLines();
 
     // The wait status once the process has exited, or nothing at the deadline.
     std::optional<int> waitExit(milliseconds timeout = kDeadline);
@@ -62,6 +66,7 @@ private:
     pid_t mPid = -1;
     int mPidFd = -1;
     int mStdin = -1;
+    int mStderr = -1;  // Stderr::Capture: an in-memory file
     std::optional<int> mExitStatus;
     std::thread mReader;
     mutable std::mutex mMutex;

@@ -41,12 +41,21 @@ check_install() {
     expect_eq "$(PKG_CONFIG_PATH=$pc pkg-config --modversion rux_client)" "$version" \
         "pkg-config --modversion rux_client"
 
-    # examples/ built against the prefix, each way.
-    cmake -S "$src/examples" -B "$work/package" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-    PKG_CONFIG_PATH=$pc cmake -S "$src/examples" -B "$work/pkg-config" -G Ninja \
-        -DRUX_EXAMPLES_FIND=pkg-config >/dev/null
+    # examples/ built against the prefix, each way, the two builds at once.
+    build_examples() {  # <way> <cmake option>...
+        local way=$1
+        shift
+        { cmake -S "$src/examples" -B "$work/$way" -G Ninja "$@" && cmake --build "$work/$way"; } \
+            >"$work/$way.log" 2>&1
+    }
+    build_examples package -DCMAKE_PREFIX_PATH="$prefix" &
+    local package_build=$!
+    PKG_CONFIG_PATH=$pc build_examples pkg-config -DRUX_EXAMPLES_FIND=pkg-config &
+    local pkg_config_build=$!
+    wait "$package_build" || fail "building examples/ through package: $(cat "$work/package.log")"
+    wait "$pkg_config_build" ||
+        fail "building examples/ through pkg-config: $(cat "$work/pkg-config.log")"
     for way in package pkg-config; do
-        cmake --build "$work/$way" >/dev/null || fail "building examples/ through $way"
         for program in hello_rux hello_rux_cpp; do
             expect_eq "$(ldd "$work/$way/$program" | awk '/librux_client/ {print $3}')" \
                 "$prefix/$libdir/librux_client.so.${version%%.*}" "$way/$program loads"
@@ -126,27 +135,38 @@ check_deb() {
 
     # The package names in a Depends field, without versions.
     depends() { dpkg-deb -f "$(deb "$1")" Depends | tr ',' '\n' | sed -e 's/(.*)//' -e 's/ //g'; }
-    # The package holding a library file; dpkg knows some by their /lib and some by their
-    # /usr/lib name (merged /usr).
-    owner() {
-        local real candidate
-        real=$(readlink -f "$1")
-        for candidate in "$1" "$real" "${real#/usr}" "/usr$1"; do
-            dpkg -S "$candidate" 2>/dev/null | cut -d: -f1 && return 0
-        done
-        fail "no package holds $1"
-    }
-    # The package of every shared library the binaries need directly.
+    # The package of every shared library the binaries need directly. dpkg knows some
+    # files by their /lib and some by their /usr/lib name (merged /usr): each library is
+    # asked for under every name, all of them in one query (each query reads dpkg's lists).
     needed() {
+        local -A path_of=() owner_of=()
+        local binary soname path real candidate line sonames=() candidates=()
         for binary in "$@"; do
-            for soname in $(objdump -p "$binary" | awk '$1 == "NEEDED" {print $2}'); do
-                if [[ $soname == librux_client.so.* ]]; then echo "$runtime"; continue; fi
-                # "libx.so.1 => /path (address)", or "/path/ld-linux.so.2 (address)"
-                path=$(ldd "$binary" | awk -v so="$soname" '$1 == so {print $3}
-                    $1 ~ "/" so "$" {print $1}')
-                [[ -n $path ]] || fail "$binary: $soname not found"
-                owner "$path"
+            # "libx.so.1 => /path (address)", or "/path/ld-linux.so.2 (address)"
+            while read -r soname path; do path_of[$soname]=$path; done < <(ldd "$binary" |
+                awk '$2 == "=>" {print $1, $3} $1 ~ /^\// {n = split($1, p, "/"); print p[n], $1}')
+            sonames+=($(objdump -p "$binary" | awk '$1 == "NEEDED" {print $2}'))
+        done
+        sonames=($(printf '%s\n' "${sonames[@]}" | sort -u))
+        for soname in "${sonames[@]}"; do
+            [[ $soname == librux_client.so.* ]] && continue
+            path=${path_of[$soname]:-}
+            [[ -n $path ]] || fail "$*: $soname not found"
+            real=$(readlink -f "$path")
+            candidates+=("$path" "$real" "${real#/usr}" "/usr$path")
+        done
+        # "package:arch: /path"
+        while IFS= read -r line; do
+            owner_of[${line#*: }]=${line%%:*}
+        done < <(dpkg -S "${candidates[@]}" 2>/dev/null || true)
+        for soname in "${sonames[@]}"; do
+            if [[ $soname == librux_client.so.* ]]; then echo "$runtime"; continue; fi
+            path=${path_of[$soname]}
+            real=$(readlink -f "$path")
+            for candidate in "$path" "$real" "${real#/usr}" "/usr$path"; do
+                if [[ -n ${owner_of[$candidate]:-} ]]; then echo "${owner_of[$candidate]}"; continue 2; fi
             done
+            fail "no package holds $path"
         done | sort -u
     }
     check_depends() {

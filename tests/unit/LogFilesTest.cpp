@@ -1,59 +1,43 @@
 // Encrypted log files through Log::init: configuration, review and pruning of the
-// files already there, naming, rotation, the record layout, and the header checked
-// with the openssl command-line tool.
+// files already there, naming, rotation and the records, read back with the test's
+// private key (and the header with the openssl command-line tool).
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <time.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
 #include "LogTestSupport.h"
-#include "log/CryptoUtil.h"
-#include "log/Log.h"
-#include "log/LogSeams.h"
-#include "rux/platform/host.h"
 
 namespace {
 
 using rux::log::Log;
-using rux::test::LogCapture;
-using Bytes = std::vector<uint8_t>;
+using rux::test::Bytes;
+using rux::test::readBytes;
 namespace fs = std::filesystem;
 
-class LogFilesTest : public ::testing::Test {
+class LogFilesTest : public rux::test::LogSeamsTest {
 protected:
     void SetUp() override {
+        LogSeamsTest::SetUp();
         rux::platform::diagReset();  // diagnostic channel off: files only
-        rux::platform::clearProperties();
-        rux::log::setLogRoot(root_.path());
-        rux::log::setPluginPath(root_.path() + "/none.so");
-        rux::log::setTimerPeriod(std::chrono::hours(1));
         fs::create_directories(mainDir());
     }
-    void TearDown() override {
-        Log::getInstance().release();
-        rux::platform::clearProperties();
-        rux::log::setLogRoot("");
-        rux::log::setPluginPath("");
-        rux::log::setTimerPeriod(std::chrono::seconds(30));
-    }
-
     std::string mainDir() const { return root_.path() + "/main"; }
     std::string logFile(int index) const {
         return mainDir() + "/rux_log_p0_0" + std::to_string(index);
-    }
-    void configure(uint64_t maxRecords = 30000, uint64_t maxFiles = 10) {
-        rux::test::writeConfig(root_.path(), maxRecords, maxFiles, rux::test::testKeys().publicPem);
     }
     // The session key of a log file, unwrapped with the test's private key.
     static Bytes sessionKey(const Bytes& file) {
         rux::CryptoUtil reader;
         EXPECT_TRUE(reader.createRSA(rux::test::testKeys().privatePem, 0));
         Bytes key;
-        reader.decryptWithRSAPrivKey(Bytes(file.begin(), file.begin() + 256), key);
+        reader.decryptWithRSAPrivKey(Bytes(file.begin(), file.begin() + rux::test::kWrappedKeySize),
+                                     key);
         return key;
     }
     static std::vector<std::string> lines(const Bytes& file) {
@@ -74,34 +58,17 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    rux::test::TempDir root_;
-    LogCapture capture_;
 };
 
 // No configuration, or one whose key does not read: no encryption and no file.
 TEST_F(LogFilesTest, WithoutAUsableConfigurationNoFileIsWritten) {
-    for (bool withBadKey : {false, true}) {
-        if (withBadKey)
-            rux::test::writeConfig(root_.path(), 5000, 5, "-----BEGIN PUBLIC KEY-----\nAAAA\n");
+    for (bool badKey : {false, true}) {
+        if (badKey) rux::test::writeConfig(root_.path(), 5000, 5, "-----BEGIN PUBLIC KEY-----\n");
         Log::getInstance().init("rux");
         RUX_LOG(4, "RUX", "nothing on disk");
-        EXPECT_FALSE(Log::getInstance().encryptionActive()) << withBadKey;
-        EXPECT_EQ(capture_.findEndingWith("C-Logging Init failed").priority, withBadKey ? 6 : -1);
+        EXPECT_FALSE(Log::getInstance().encryptionActive());
+        EXPECT_EQ(capture_.findEndingWith("C-Logging Init failed").priority, badKey ? 6 : -1);
         EXPECT_TRUE(filesInMain().empty());
-        Log::getInstance().release();
-    }
-}
-
-TEST_F(LogFilesTest, ConfigurationValuesAreClamped) {
-    struct Case {
-        uint64_t records, files, wantRecords, wantFiles;
-    } cases[] = {{100, 0, 3000, 3}, {1000000, 200, 30000, 10}, {4321, 7, 4321, 7}};
-    for (const auto& c : cases) {
-        configure(c.records, c.files);
-        Log::getInstance().init("rux");
-        EXPECT_EQ(Log::getInstance().maxRecordsPerFile(), c.wantRecords);
-        EXPECT_EQ(Log::getInstance().maxFiles(), c.wantFiles);
         Log::getInstance().release();
     }
 }
@@ -109,24 +76,23 @@ TEST_F(LogFilesTest, ConfigurationValuesAreClamped) {
 // The first file: a 512-byte header whose session key the openssl tool unwraps, then
 // the records in order, each under a fresh IV.
 TEST_F(LogFilesTest, FirstFileHoldsTheHeaderAndTheRecordsInOrder) {
-    configure();
+    rux::test::writeConfig(root_.path(), 30000, 10);
     Log::getInstance().init("rux");
     ASSERT_TRUE(Log::getInstance().encryptionActive());
     EXPECT_EQ(Log::getInstance().currentFileName(), logFile(0));
     RUX_LOG(4, "RUX", "first %s", "line");
     Log::getInstance().dMapLog(4, "map line");
     EXPECT_EQ(Log::getInstance().recordsInFile(), 3);
-    const size_t before = rux::test::readBytes(logFile(0)).size();
-    Log::getInstance().encryptLogMsg("x", logFile(0));
-    Log::getInstance().encryptLogMsg("same", logFile(0));
-    Log::getInstance().encryptLogMsg("same", logFile(0));
+    const size_t before = readBytes(logFile(0)).size();
+    for (const char* line : {"x", "same", "same"})
+        Log::getInstance().encryptLogMsg(line, logFile(0));
 
     // Read before decrypting: decryption logs, and its lines would be encrypted too.
-    const Bytes file = rux::test::readBytes(logFile(0));
+    const Bytes file = readBytes(logFile(0));
     ASSERT_EQ(file.size(), before + 31 + 2 * 34);
-    EXPECT_EQ(Bytes(file.begin() + 256, file.begin() + 512), Bytes(256, 0));
-    EXPECT_EQ(file[before], 29);  // L = 12 + 16 + 1, little-endian
-    EXPECT_EQ(file[before + 1], 0);
+    EXPECT_EQ(Bytes(file.begin() + rux::test::kWrappedKeySize, file.begin() + 512),
+              Bytes(512 - rux::test::kWrappedKeySize, 0));
+    EXPECT_EQ(Bytes(file.begin() + before, file.begin() + before + 2), (Bytes{29, 0}));
     const auto records = rux::test::recordsOf(file);
     ASSERT_EQ(records.size(), 6u);
     EXPECT_NE(records[4].iv, records[5].iv);
@@ -141,124 +107,109 @@ TEST_F(LogFilesTest, FirstFileHoldsTheHeaderAndTheRecordsInOrder) {
               (std::vector<std::string>{"x", "same", "same"}));
 
     const std::string dir = root_.path();
-    rux::test::writeBytes(dir + "/wrapped", Bytes(file.begin(), file.begin() + 256));
-    rux::test::writeText(dir + "/private.pem", rux::test::testKeys().privatePem);
+    rux::test::writeBytes(dir + "/wrapped",
+                          Bytes(file.begin(), file.begin() + rux::test::kWrappedKeySize));
+    const std::string& pem = rux::test::testKeys().privatePem;
+    rux::test::writeBytes(dir + "/private.pem", Bytes(pem.begin(), pem.end()));
     const std::string command = "openssl pkeyutl -decrypt -inkey " + dir +
                                 "/private.pem -pkeyopt rsa_padding_mode:oaep -in " + dir +
                                 "/wrapped -out " + dir + "/session.key 2>&1";
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
-    EXPECT_EQ(rux::test::readBytes(dir + "/session.key"), sessionKey(file));
+    EXPECT_EQ(readBytes(dir + "/session.key"), sessionKey(file));
 }
 
 TEST_F(LogFilesTest, ReviewOfTheFilesAlreadyThere) {
-    struct Case {
-        const char* name;
+    const struct {
         std::vector<std::pair<std::string, int>> files;  // name, age in seconds
         int expectedIndex;
-        std::vector<std::string> remaining;  // besides the new file
+        std::vector<std::string> remaining;  // the new file included
     } cases[] = {
-        {"four files: the three newest stay",
-         {{"rux_log_p0_04", 5},
-          {"rux_log_p0_03", 10},
-          {"rux_log_p0_02", 20},
-          {"rux_log_p0_01", 4000}},
-         5,
-         {"rux_log_p0_02", "rux_log_p0_03", "rux_log_p0_04"}},
-        {"two files: the stale one goes",
-         {{"rux_log_p0_06", 10}, {"rux_log_p0_02", 7200}},
-         7,
-         {"rux_log_p0_06"}},
-        {"a newest file ending in 9 wraps to 0",
-         {{"rux_log_p0_09", 30}, {"rux_log_p0_08", 60}},
-         0,
-         {"rux_log_p0_08", "rux_log_p0_09"}},
-        {"only the last digit counts", {{"rux_log_p0_013", 1}}, 4, {"rux_log_p0_013"}},
-        {"configuration and trace files are left alone",
-         {{"rux_log_trace", 1}, {"rux_log_p0_01", 9000}, {"unrelated", 9000}},
-         2,
-         {"rux_log_trace", "unrelated"}},
+        // Of four, the three newest stay; the next index follows the newest.
+        {{{"04", 5}, {"03", 10}, {"02", 20}, {"01", 4000}}, 5, {"02", "03", "04", "05"}},
+        {{{"06", 10}, {"02", 7200}}, 7, {"06", "07"}},      // the stale one goes
+        {{{"09", 30}, {"08", 60}}, 0, {"00", "08", "09"}},  // after 9 comes 0
+        {{{"013", 1}}, 4, {"013", "04"}},                   // only the last digit counts
+        // Configuration and trace files, and others, are left alone.
+        {{{"trace", 1}, {"01", 9000}, {"unrelated", 9000}}, 2, {"02", "trace", "unrelated"}},
     };
+    rux::test::writeConfig(root_.path(), 30000, 10);
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.expectedIndex);
         fs::remove_all(mainDir());
         fs::create_directories(mainDir());
-        for (const auto& [name, age] : c.files)
-            rux::test::makeFileAged(mainDir() + "/" + name, age);
-        configure();
+        auto name = [](const std::string& n) {
+            return n == "unrelated" ? n : (n == "trace" ? "rux_log_" : "rux_log_p0_") + n;
+        };
+        timespec times[2];
+        for (const auto& [file, age] : c.files) {
+            const std::string path = mainDir() + "/" + name(file);
+            rux::test::writeBytes(path, {'o'});
+            clock_gettime(CLOCK_REALTIME, &times[0]);
+            times[0].tv_sec -= age;
+            times[1] = times[0];
+            utimensat(AT_FDCWD, path.c_str(), times, 0);
+        }
         Log::getInstance().init("rux");
-        EXPECT_EQ(Log::getInstance().fileIndex(), c.expectedIndex) << c.name;
-        EXPECT_EQ(Log::getInstance().currentFileName(), logFile(c.expectedIndex)) << c.name;
-        auto expected = c.remaining;
-        const std::string fresh = "rux_log_p0_0" + std::to_string(c.expectedIndex);
-        if (std::find(expected.begin(), expected.end(), fresh) == expected.end())
-            expected.push_back(fresh);
+        EXPECT_EQ(Log::getInstance().fileIndex(), c.expectedIndex);
+        EXPECT_EQ(Log::getInstance().currentFileName(), logFile(c.expectedIndex));
+        std::vector<std::string> expected;
+        for (const auto& n : c.remaining) expected.push_back(name(n));
         std::sort(expected.begin(), expected.end());
-        EXPECT_EQ(filesInMain(), expected) << c.name;
+        EXPECT_EQ(filesInMain(), expected);
         Log::getInstance().release();
     }
 }
 
-TEST_F(LogFilesTest, OtherTagsUseTheOtherFolder) {
-    fs::create_directories(root_.path() + "/other");
-    configure();
-    Log::getInstance().init("modem");
-    EXPECT_EQ(Log::getInstance().getFileTag(), "modem");
-    EXPECT_EQ(Log::getInstance().currentFileName(), root_.path() + "/other/rux_log_modem_00");
-    EXPECT_TRUE(fs::exists(root_.path() + "/other/rux_log_modem_00"));
-}
-
-TEST_F(LogFilesTest, TheFirstFileReceivesMaxRecordsPlusTwo) {
-    configure(3000, 10);
+// The configured 100 records and 0 files are clamped to 3000 and 3. The first file
+// takes max + 2 records (the version line and the one that rotates count in it);
+// files 00..02 fill, the next rotation names 03, deletes 00 and starts counting from
+// 0 again, so the one after reuses 01. Files are group-writable when asked.
+TEST_F(LogFilesTest, RotationAtMaxRecordsWrapsAtMaxFiles) {
+    const mode_t oldMask = umask(022);
+    rux::platform::setProperty("persist.vendor.data.rux.log_perms", "1");
+    rux::test::writeConfig(root_.path(), 100, 0);
     Log::getInstance().init("rux");
-    ASSERT_EQ(Log::getInstance().recordsInFile(), 1);  // the version line
+    EXPECT_EQ(Log::getInstance().maxRecordsPerFile(), 3000u);
+    EXPECT_EQ(Log::getInstance().maxFiles(), 3u);
+    struct stat st {};
+    ASSERT_EQ(stat(logFile(0).c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0664u);
+    umask(oldMask);
     int logged = 0;
-    while (Log::getInstance().currentFileName() == logFile(0) && logged < 4000) {
-        RUX_LOG(3, "RUX", "record %d", logged);
-        ++logged;
-    }
-    EXPECT_EQ(logged, 3001);
-    EXPECT_EQ(Log::getInstance().currentFileName(), logFile(1));
-    EXPECT_EQ(Log::getInstance().recordsInFile(), 1);  // the record that rotated counts here
-    EXPECT_EQ(rux::test::readBytes(logFile(1)).size(), 512u);  // header only so far
-    RUX_LOG(3, "RUX", "into the second file");
-    const Bytes firstFile = rux::test::readBytes(logFile(0));
-    const Bytes secondFile = rux::test::readBytes(logFile(1));
-    const auto first = lines(firstFile);
-    ASSERT_EQ(first.size(), 3002u);
-    EXPECT_NE(first.back().find("record 3000"), std::string::npos) << first.back();
-    const auto second = lines(secondFile);
-    ASSERT_EQ(second.size(), 1u);
-    EXPECT_NE(second[0].find("into the second file"), std::string::npos);
-}
-
-TEST_F(LogFilesTest, RotationWrapsAtMaxFiles) {
-    configure(3000, 3);
-    Log::getInstance().init("rux");
-    // Files 00, 01 and 02 fill up; the next rotation names file 03, deletes 00 and
-    // starts counting again, so the one after reuses 01.
-    auto logUntil = [](const std::string& name) {
-        for (int i = 0; i < 20000 && Log::getInstance().currentFileName() != name; ++i)
-            RUX_LOG(3, "RUX", "filler");
+    auto logUntil = [&](const std::string& name) {
+        for (; logged < 20000 && Log::getInstance().currentFileName() != name; ++logged)
+            RUX_LOG(3, "RUX", "record %d", logged);
     };
+    logUntil(logFile(1));
+    EXPECT_EQ(logged, 3001);
+    EXPECT_EQ(Log::getInstance().recordsInFile(), 1);  // the record that rotated counts here
+    EXPECT_EQ(readBytes(logFile(1)).size(), 512u);     // header only so far
+    const Bytes firstFile = readBytes(logFile(0));     // decrypted last: decryption logs
+
     logUntil(logFile(3));
-    ASSERT_EQ(Log::getInstance().currentFileName(), logFile(3));
     EXPECT_EQ(Log::getInstance().fileIndex(), 0);
     EXPECT_EQ(filesInMain(),
               (std::vector<std::string>{"rux_log_p0_01", "rux_log_p0_02", "rux_log_p0_03"}));
     logUntil(logFile(1));
     ASSERT_EQ(Log::getInstance().currentFileName(), logFile(1));
-    EXPECT_EQ(rux::test::readBytes(logFile(1)).size(), 512u);  // started afresh
-    EXPECT_EQ(rux::test::recordsOf(rux::test::readBytes(logFile(3))).size(), 3001u);
+    EXPECT_EQ(readBytes(logFile(1)).size(), 512u);  // started afresh
+    EXPECT_EQ(rux::test::recordsOf(readBytes(logFile(3))).size(), 3001u);
+    const auto first = lines(firstFile);
+    ASSERT_EQ(first.size(), 3002u);
+    EXPECT_NE(first.back().find("record 3000"), std::string::npos) << first.back();
 }
 
-TEST_F(LogFilesTest, GroupWritableFiles) {
-    const mode_t old = umask(022);
-    rux::platform::setProperty("persist.vendor.data.rux.log_perms", "1");
-    configure();
+// Other tags write to the other folder; while running, a new tag only changes the tag.
+TEST_F(LogFilesTest, OtherTagsUseTheOtherFolder) {
+    rux::test::writeConfig(root_.path(), 30000, 10);
     Log::getInstance().init("rux");
-    struct stat st {};
-    ASSERT_EQ(stat(logFile(0).c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0664u);
-    umask(old);
+    Log::getInstance().init("modem");
+    EXPECT_EQ(Log::getInstance().currentFileName(), logFile(0));
+    EXPECT_EQ(Log::getInstance().getFileTag(), "modem");
+    Log::getInstance().release();
+    Log::getInstance().init("modem");
+    EXPECT_EQ(Log::getInstance().currentFileName(), root_.path() + "/other/rux_log_modem_00");
+    EXPECT_TRUE(fs::exists(Log::getInstance().currentFileName()));
 }
 
 }  // namespace

@@ -1,112 +1,44 @@
 // Log::init and release: the configuration properties, the dumper and timer threads,
-// dump requests and the diagnostic command, diagnostic-map records.
+// dump requests and the diagnostic command, diagnostic-map records, and the optional
+// log plug-in "libruxalog.so" (test builds: complete, without "alog", without
+// "decodeBuffer").
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <climits>
+#include <cerrno>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
 #include "LogTestSupport.h"
-#include "log/DiagCmdProcessor.h"
-#include "log/Log.h"
-#include "log/LogSeams.h"
-#include "rux/platform/host.h"
 #include "rux/rux_log.h"
 
 namespace {
 
 using rux::log::Log;
+using rux::test::diagTexts;
 using rux::test::LogCapture;
-using namespace std::chrono_literals;
 
 constexpr const char* kLogging = "persist.vendor.data.rux.logging";
 
-class LogInitTest : public ::testing::Test {
+class LogInitTest : public rux::test::LogSeamsTest {
 protected:
-    void SetUp() override {
-        rux::platform::diagReset();
-        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
-        rux::platform::clearProperties();
-        rux::log::setLogRoot(root_.path());                  // no configuration: no files
-        rux::log::setPluginPath(root_.path() + "/none.so");  // no plug-in
-        rux::log::setTimerPeriod(std::chrono::hours(1));     // the timer stays quiet
-    }
-    void TearDown() override {
-        Log::getInstance().release();
-        rux::platform::clearProperties();
-        rux::platform::diagReset();
-        rux::log::setLogRoot("");
-        rux::log::setPluginPath("");
-        rux::log::setTimerPeriod(30s);
-    }
-
-    static std::vector<std::string> packetTexts(const std::string& needle = "") {
-        std::vector<std::string> out;
-        for (const auto& p : rux::platform::diagPackets()) {
-            const auto payload = p.payload();
-            std::string text(payload.begin() + 4, payload.end());
-            text = text.substr(0, text.find('\0'));
-            if (text.find(needle) != std::string::npos) out.push_back(text);
-        }
-        return out;
-    }
-
-    size_t completions(const std::string& type) const {
-        return capture_.matching("Dump completed, request type: " + type + ",").size();
-    }
-
     static void sendCommand(std::vector<uint8_t> request) {
-        ASSERT_TRUE(rux::platform::diagDeliverCommand(
-            rux::DiagCmdProcessor::kSubsystemId, rux::DiagCmdProcessor::kSubsystemCmd,
-            request.data(), static_cast<uint16_t>(request.size())));
+        ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, request.data(),
+                                                      static_cast<uint16_t>(request.size())));
     }
-
-    rux::test::TempDir root_;
-    LogCapture capture_;
 };
-
-TEST(PropertyGetInt32Test, ParsingRules) {
-    struct Case {
-        const char* value;  // null: unset
-        int32_t expected;
-    } cases[] = {
-        {nullptr, -7},
-        {"", -7},
-        {"42", 42},
-        {"0x1F", 31},
-        {"017", 15},
-        {"12abc", 12},  // trailing text is ignored
-        {"abc", -7},    // no digits
-        {"-5", -5},
-        {"2147483647", INT32_MAX},
-        {"2147483648", -7},  // above 0x7FFFFFFF
-        {"0xFFFFFFFF", -7},
-        {"99999999999999999999", -7},  // ERANGE
-        {"-2147483648", INT32_MIN},
-        {"-2147483649", INT32_MAX},     // below the minimum: the low 32 bits
-        {"-99999999999999999999", -7},  // ERANGE
-    };
-    for (const auto& c : cases) {
-        rux::platform::clearProperties();
-        if (c.value) rux::platform::setProperty("test.int", c.value);
-        EXPECT_EQ(property_get_int32("test.int", -7), c.expected) << (c.value ? c.value : "unset");
-    }
-    rux::platform::setProperty("test.int", "5");
-    EXPECT_EQ(property_get_int32(nullptr, -7), -7);
-    rux::platform::clearProperties();
-}
 
 // The two properties, the flags they set, and which levels of diagnostic-map records
 // reach the channel (always at once, even when other records are buffered).
 TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
-    struct Case {
-        const char* logging;  // null: unset
-        const char* perms;    // null: unset
+    const struct {
+        const char *logging, *perms;  // null: unset
         bool buffered, dmapDebugOff, dmapOff, groupWritable;
         std::string levelsSent;  // of 3, 4 and 6
     } cases[] = {
@@ -119,32 +51,30 @@ TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
         {"0x7", nullptr, true, true, true, false, ""},
         {"junk", nullptr, false, false, false, false, "346"},
     };
+    Log& log = Log::getInstance();
     for (const auto& c : cases) {
-        const std::string name =
-            std::string(c.logging ? c.logging : "unset") + "/" + (c.perms ? c.perms : "unset");
+        SCOPED_TRACE(std::string(c.logging ? c.logging : "unset") + "/" + (c.perms ? c.perms : ""));
         rux::platform::clearProperties();
         if (c.logging) rux::platform::setProperty(kLogging, c.logging);
         if (c.perms) rux::platform::setProperty("persist.vendor.data.rux.log_perms", c.perms);
-        Log::getInstance().init("rux");
-        EXPECT_TRUE(Log::getInstance().initialized()) << name;
-        EXPECT_EQ(Log::getInstance().bufferedDiag(), c.buffered) << name;
-        EXPECT_EQ(Log::getInstance().dmapDebugOff(), c.dmapDebugOff) << name;
-        EXPECT_EQ(Log::getInstance().dmapOff(), c.dmapOff) << name;
-        EXPECT_EQ(Log::getInstance().groupWritable(), c.groupWritable) << name;
-
-        rux::platform::diagReset();
-        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
-        const size_t queued = Log::getInstance().queuedRecords();
+        log.init("rux");
+        EXPECT_TRUE(log.initialized());
+        EXPECT_EQ(std::vector<bool>(
+                      {log.bufferedDiag(), log.dmapDebugOff(), log.dmapOff(), log.groupWritable()}),
+                  std::vector<bool>({c.buffered, c.dmapDebugOff, c.dmapOff, c.groupWritable}));
+        const size_t queued = log.queuedRecords();
         std::string sent;
         for (int level : {3, 4, 6}) {
-            Log::getInstance().dMapLog(level, "dmap entry " + std::to_string(level));
-            if (!packetTexts(" DMAP : dmap entry " + std::to_string(level)).empty())
-                sent += std::to_string(level);
+            const std::string text = "dmap entry " + std::to_string(level);
+            log.dMapLog(level, text);
+            if (!diagTexts(" DMAP : " + text).empty()) sent += std::to_string(level);
         }
-        EXPECT_EQ(sent, c.levelsSent) << name;
-        EXPECT_EQ(Log::getInstance().queuedRecords(), queued) << name;
-        Log::getInstance().release();
-        EXPECT_FALSE(Log::getInstance().initialized()) << name;
+        EXPECT_EQ(sent, c.levelsSent);
+        EXPECT_EQ(log.queuedRecords(), queued);
+        log.release();
+        EXPECT_FALSE(log.initialized());
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
     }
     // Without the plug-in's alog these records never reach the Android log.
     EXPECT_FALSE(capture_.contains("dmap entry"));
@@ -154,14 +84,12 @@ TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
 TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
     rux::Log::getInstance().init("first");
     rux::Log::getInstance().init("second");  // only the tag changes
-    EXPECT_TRUE(Log::getInstance().initialized());
     EXPECT_EQ(Log::getInstance().tag(), "second");
     EXPECT_EQ(rux::platform::diagInitCount(), 1);
     const auto version = capture_.matching("version RUX-20250524-d9c57ad5");
     ASSERT_EQ(version.size(), 1u) << capture_.dump();
     EXPECT_EQ(version[0].tag, "first");
     EXPECT_EQ(capture_.findEndingWith("cannot open libruxalog.so").priority, 6);
-
     const auto tables = rux::platform::diagTables();
     ASSERT_EQ(tables.size(), 1u);
     const auto& t = tables[0];
@@ -171,64 +99,47 @@ TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
     EXPECT_EQ(t.entries[0].handler, &rux::DiagCmdProcessor::diagCmdHandler);
     rux::Log::getInstance().release();
     EXPECT_FALSE(Log::getInstance().initialized());
+    Log::getInstance().init(nullptr);  // reported, and taken as ""
+    EXPECT_EQ(Log::getInstance().tag(), "");
+    EXPECT_EQ(capture_.findEndingWith("init without a tag").priority, 6);
 }
 
-TEST_F(LogInitTest, UnbufferedRecordsNeverEnterTheQueue) {
-    Log::getInstance().init("rux");
-    const size_t queued = Log::getInstance().queuedRecords();
-    RUX_LOG(4, "RUX", "straight %d", 1);
-    EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
-    EXPECT_EQ(packetTexts("straight 1").size(), 1u);
-}
-
+// Buffered, every record waits for a dump (even one nobody else reads now); a
+// non-empty diagnostic command asks for one.
 TEST_F(LogInitTest, BufferedRecordsWaitForADumpWhichACommandRequests) {
     rux::platform::setProperty(kLogging, "1");
     Log::getInstance().init("rux");
     for (int i = 0; i < 3; ++i) RUX_LOG(4, "RUX", "held %d", i);
-    EXPECT_TRUE(packetTexts("held").empty());
+    rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, false);
+    {
+        rux::test::MinimumPriority minimum(ANDROID_LOG_INFO);
+        RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "held 3, unread");
+    }
+    rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+    EXPECT_TRUE(diagTexts("held").empty());
+    EXPECT_FALSE(capture_.contains("unread"));
 
+    uint8_t byte = 1;
+    ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, &byte, 0));
+    ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, nullptr, 4));
+    EXPECT_FALSE(capture_.contains("Rux-Diag"));  // empty commands: no dump
     sendCommand({0x01});
     // Without a plug-in decoding fails, and the 64-byte response is left as it was.
     EXPECT_EQ(capture_.findEndingWith("Rux-Diag: retVal: 0, size: 64").tag, LogCapture::kNullTag);
     ASSERT_TRUE(capture_.waitForText("Dump completed, request type: USER_COMMAND, elapsed time = "))
         << capture_.dump();
-    const auto held = packetTexts("held");
-    ASSERT_EQ(held.size(), 3u);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_NE(held[i].find(" I RUX : |RUX|LogInitTest::TestBody:"), std::string::npos);
-    EXPECT_NE(held[2].find("held 2"), std::string::npos);
+    const auto held = diagTexts("held");
+    ASSERT_EQ(held.size(), 4u);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_NE(held[i].find(" RUX : |RUX|LogInitTest::TestBody:"), std::string::npos);
+    EXPECT_NE(held[3].find(" D RUX : "), std::string::npos);
     EXPECT_EQ(capture_.findEndingWith("outputlen:64 ").priority, 3);
-}
-
-// Buffered, a record is made even when neither the Android log nor the channel reads
-// the line now: the dumper sends it later.
-TEST_F(LogInitTest, BufferedRecordsAreMadeForLinesNobodyElseReads) {
-    rux::platform::setProperty(kLogging, "1");
-    Log::getInstance().init("rux");
-    rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, false);
-    const size_t queued = Log::getInstance().queuedRecords();
-    {
-        rux::test::MinimumPriority minimum(ANDROID_LOG_INFO);
-        RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "kept for later");
-    }
-    EXPECT_EQ(Log::getInstance().queuedRecords(), queued + 1);
-    EXPECT_FALSE(capture_.contains("kept for later"));
-}
-
-TEST_F(LogInitTest, AZeroLengthCommandCausesNoDump) {
-    rux::platform::setProperty(kLogging, "1");
-    Log::getInstance().init("rux");
-    uint8_t byte = 1;
-    ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, &byte, 0));
-    ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, nullptr, 4));
-    EXPECT_FALSE(capture_.contains("Rux-Diag"));
-    sendCommand({0xFF, 0x00});
-    Log::getInstance().release();  // the dumper handles every request posted before
-    EXPECT_EQ(completions("USER_COMMAND"), 1u) << capture_.dump();
+    Log::getInstance().release();
+    EXPECT_EQ(capture_.matching("request type: USER_COMMAND").size(), 1u);
 }
 
 TEST_F(LogInitTest, TheTimerAsksForADumpEveryPeriod) {
-    rux::log::setTimerPeriod(5ms);
+    rux::log::setTimerPeriod(std::chrono::milliseconds(5));
     Log::getInstance().init("rux");
     EXPECT_TRUE(capture_.waitFor([](const std::vector<rux::test::LogLine>& lines) {
         return std::count_if(lines.begin(), lines.end(), [](const auto& l) {
@@ -238,65 +149,169 @@ TEST_F(LogInitTest, TheTimerAsksForADumpEveryPeriod) {
     EXPECT_EQ(capture_.matching("request type: LOGGING_TIMER_EXPIRED")[0].priority, 3);
 }
 
-TEST_F(LogInitTest, ReleaseWithRecordsQueuedEndsTheDumperWithoutSendingThem) {
+// Release ends the dumper without sending what is queued; releases without threads
+// leave nothing behind that would stop the next init's dumper, which sends them.
+TEST_F(LogInitTest, ReleaseLeavesQueuedRecordsForTheNextInit) {
     rux::platform::setProperty(kLogging, "1");
     Log::getInstance().init("rux");
     for (int i = 0; i < 5; ++i) RUX_LOG(4, "RUX", "left %d", i);
     const size_t queued = Log::getInstance().queuedRecords();
     Log::getInstance().release();
-    EXPECT_FALSE(Log::getInstance().initialized());
-    EXPECT_TRUE(packetTexts("left").empty());
+    Log::getInstance().release();
+    EXPECT_TRUE(diagTexts("left").empty());
     EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
     EXPECT_FALSE(capture_.contains("Dump completed"));
 
-    // A new init runs a new dumper, which sends them on the next request.
     Log::getInstance().init("rux");
     Log::getInstance().addDumpRequest(rux::log::CRASH_DETECTED);
     ASSERT_TRUE(capture_.waitForText("request type: CRASH_DETECTED")) << capture_.dump();
-    EXPECT_EQ(packetTexts("left").size(), 5u);
-}
-
-TEST_F(LogInitTest, ReleaseBeforeInitDoesNotStopTheNextDumper) {
-    Log::getInstance().release();
-    Log::getInstance().release();
-    Log::getInstance().init("rux");
-    Log::getInstance().addDumpRequest(rux::log::BUFFER_IS_FULL);
-    EXPECT_TRUE(capture_.waitForText("request type: BUFFER_IS_FULL")) << capture_.dump();
-}
-
-TEST_F(LogInitTest, NullTagIsReportedAndTreatedAsEmpty) {
-    Log::getInstance().init(nullptr);
-    EXPECT_EQ(Log::getInstance().tag(), "");
-    EXPECT_EQ(capture_.findEndingWith("init without a tag").priority, 6);
-    EXPECT_TRUE(Log::getInstance().initialized());
+    EXPECT_EQ(diagTexts("left").size(), 5u);
 }
 
 TEST_F(LogInitTest, InitAndReleaseRaceWithLoggersSafely) {
-    rux::log::setTimerPeriod(1ms);
+    rux::log::setTimerPeriod(std::chrono::milliseconds(1));
     rux::platform::setProperty(kLogging, "1");
     constexpr int kPerThread = 300;
-    std::vector<std::thread> loggers;
-    for (int t = 0; t < 3; ++t) {
-        loggers.emplace_back([t] {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([t] {
             for (int i = 0; i < kPerThread; ++i) {
                 RUX_LOG(3, "RUX", "worker %d", t);
                 Log::getInstance().dMapLog(4, "worker map");
             }
         });
-    }
-    std::thread other([] {
+    threads.emplace_back([] {
         for (int i = 0; i < 20; ++i) Log::getInstance().init("other");
     });
     for (int i = 0; i < 20; ++i) {
         Log::getInstance().init("rux");
         Log::getInstance().release();
     }
-    other.join();
-    for (auto& t : loggers) t.join();
+    for (auto& t : threads) t.join();
     Log::getInstance().release();
     EXPECT_FALSE(Log::getInstance().initialized());
     EXPECT_EQ(capture_.matching("worker ").size(), 3u * kPerThread);
-    EXPECT_EQ(packetTexts(" DMAP : worker map").size(), 3u * kPerThread);
+    EXPECT_EQ(diagTexts(" DMAP : worker map").size(), 3u * kPerThread);
+}
+
+// --- the plug-in ---------------------------------------------------------------
+
+class LogPluginTest : public LogInitTest {
+protected:
+    void SetUp() override {
+        signal(SIGUSR1, SIG_DFL);
+        LogInitTest::SetUp();
+    }
+    void TearDown() override {
+        Log::getInstance().release();
+        rux::log::setPluginPath(root_.path() + "/none.so");
+        Log::getInstance().init("rux");  // drops the plug-in's entries
+        LogInitTest::TearDown();
+        signal(SIGUSR1, SIG_DFL);
+    }
+    static std::string plugin(const char* variant) {
+        return std::string(RUX_TEST_PLUGIN_DIR) + "/" + variant + "/libruxalog.so";
+    }
+    static bool sigusr1IsOurs() {
+        struct sigaction current {};
+        sigaction(SIGUSR1, nullptr, &current);
+        return current.sa_handler == &rux::log::eintrTestHandler &&
+               (current.sa_flags & SA_RESTART) == 0;
+    }
+    void initWith(const std::string& path) {
+        rux::log::setPluginPath(path);
+        Log::getInstance().init("rux");
+    }
+};
+
+TEST_F(LogPluginTest, ACompletePluginTakesOverTheConsoleAndDecodesCommands) {
+    initWith(plugin("full"));
+    RUX_LOG(5, "RUX", "to the plug-in");
+    Log::getInstance().dMapLog(4, "mapped");  // under "DMAP"
+    const auto line = capture_.findEndingWith("to the plug-in");
+    EXPECT_EQ(line.tag, "alog:rux");
+    EXPECT_EQ(line.priority, 5);
+    EXPECT_EQ(capture_.matching("to the plug-in").size(), 1u);  // not the Android log as well
+    EXPECT_EQ(capture_.matching("version RUX-")[0].tag, "alog:rux");
+    EXPECT_EQ(capture_.findEndingWith("mapped").tag, "alog:DMAP");
+
+    std::vector<uint8_t> out;
+    uint8_t request[] = {1, 2, 3}, refused[] = {0xFF};
+    EXPECT_TRUE(Log::getInstance().decodeBuff(request, 3, out));
+    EXPECT_EQ(out, (std::vector<uint8_t>{3, 2, 1}));
+    EXPECT_TRUE(capture_.contains("outputlen:3 "));
+    EXPECT_FALSE(Log::getInstance().decodeBuff(refused, 1, out));
+    uint8_t setting = 7;
+    EXPECT_TRUE(Log::getInstance().getPersistSetting(setting, out));
+    EXPECT_EQ(std::string(out.begin(), out.end()), "setting-7");
+    setting = 0;  // nothing written: the 50 bytes stay
+    EXPECT_TRUE(Log::getInstance().getPersistSetting(setting, out));
+    EXPECT_EQ(out.size(), 50u);
+    sendCommand({1, 2, 3});
+    EXPECT_TRUE(capture_.contains("Rux-Diag: retVal: 1, size: 3")) << capture_.dump();
+    EXPECT_TRUE(capture_.waitForText("Dump completed, request type: USER_COMMAND"));
+}
+
+TEST_F(LogPluginTest, SigusrInterruptsBlockingCallsAndIsLogged) {
+    initWith(plugin("full"));
+    ASSERT_TRUE(sigusr1IsOurs());
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    std::promise<int> result;
+    auto future = result.get_future();
+    std::thread reader([&] {
+        char c;
+        result.set_value(read(fds[0], &c, 1) < 0 ? errno : 0);
+    });
+    // The signal may land before the reader blocks; send it until read gives up.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (future.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready &&
+           std::chrono::steady_clock::now() < deadline)
+        pthread_kill(reader.native_handle(), SIGUSR1);
+    if (future.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        ASSERT_EQ(write(fds[1], "x", 1), 1);  // unblock before failing
+    }
+    reader.join();
+    EXPECT_EQ(future.get(), EINTR);
+    close(fds[0]);
+    close(fds[1]);
+    EXPECT_TRUE(capture_.waitForText("Received signal 10")) << capture_.dump();
+}
+
+// A plug-in without "alog", one without "decodeBuffer", and none at all: each is reported
+// (through the plug-in's own alog once that is in place), SIGUSR1 is left alone, commands
+// are never decoded, and whatever entries did load are used.
+TEST_F(LogPluginTest, AnIncompleteOrMissingPluginIsReportedAndWhatLoadedIsUsed) {
+    const struct {
+        std::string path;
+        const char *line, *tag;  // that line's tag is the tag of later lines too
+        bool persistSetting;
+    } cases[] = {
+        {plugin("noalog"), "cannot find main function", "rux", false},
+        {plugin("nodecode"), "cannot find debug cmd function", "alog:rux", true},
+        {root_.path() + "/absent/libruxalog.so", "cannot open libruxalog.so", "rux", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        capture_.clear();
+        initWith(c.path);
+        const auto line = capture_.findEndingWith(c.line);
+        EXPECT_EQ(line.priority, 6) << capture_.dump();
+        EXPECT_EQ(line.tag, c.tag);
+        EXPECT_EQ(Log::ruxDecodeBuffer.load(), nullptr);
+        EXPECT_FALSE(sigusr1IsOurs());
+        RUX_LOG(4, "RUX", "after init");
+        EXPECT_EQ(capture_.findEndingWith("after init").tag, c.tag);
+        std::vector<uint8_t> out;
+        uint8_t request[] = {1, 2}, setting = 3;
+        EXPECT_FALSE(Log::getInstance().decodeBuff(request, 2, out));
+        EXPECT_EQ(Log::getInstance().getPersistSetting(setting, out), c.persistSetting);
+        if (c.persistSetting) {
+            EXPECT_EQ(std::string(out.begin(), out.end()), "setting-3");
+        }
+        Log::getInstance().release();
+    }
+    EXPECT_EQ(Log::_libalog_handle.load(), nullptr);  // after the missing one
 }
 
 }  // namespace

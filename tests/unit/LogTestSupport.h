@@ -1,22 +1,29 @@
 // Helpers shared by the logging-backend tests: a scratch folder standing in for the
-// device's log root, a cached RSA key pair, the configuration file and file ages.
+// device's log root, a cached RSA key pair, file bytes, the texts of diagnostic
+// packets, and a fixture that points Log::init at the scratch folder.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <time.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "LogCapture.h"
 #include "log/CryptoUtil.h"
+#include "log/DiagCmdProcessor.h"
+#include "log/Log.h"
 #include "log/LogFileFormat.h"
+#include "log/LogSeams.h"
+#include "rux/platform/host.h"
 
 namespace rux::test {
+
+using Bytes = std::vector<uint8_t>;
 
 class TempDir {
 public:
@@ -35,66 +42,87 @@ private:
 };
 
 struct KeyPair {
-    std::string privatePem;
-    std::string publicPem;
+    std::string privatePem, publicPem;
 };
+constexpr size_t kWrappedKeySize = 128;  // of the pair below, at the start of a file
 
-// One 2048-bit pair per test process: generating keys is the slow part.
+// One pair per test process. 1024 bits: generating keys and the RSA operations on every
+// truncated or damaged copy of a file are the slow part; the format holds any size.
 inline const KeyPair& testKeys() {
     static const KeyPair keys = [] {
         KeyPair k;
-        rux::CryptoUtil::generateRsaKeyPair(2048, k.privatePem, k.publicPem);
+        rux::CryptoUtil::generateRsaKeyPair(1024, k.privatePem, k.publicPem);
         return k;
     }();
     return keys;
 }
 
-inline std::vector<uint8_t> readBytes(const std::string& path) {
+inline Bytes readBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-inline void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-inline void writeText(const std::string& path, const std::string& text) {
-    writeBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+inline void writeBytes(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<long>(bytes.size()));
 }
 
 // <root>/config/rux_log_config with the given values and public key.
 inline void writeConfig(const std::string& root, uint64_t maxRecords, uint64_t maxFiles,
-                        const std::string& publicPem) {
+                        const std::string& publicPem = testKeys().publicPem) {
     std::filesystem::create_directories(root + "/config");
-    rux::logfile::Config config;
-    config.maxRecordsPerFile = maxRecords;
-    config.maxFiles = maxFiles;
-    config.publicKeyPem.assign(publicPem.begin(), publicPem.end());
+    rux::logfile::Config config{maxRecords, maxFiles, Bytes(publicPem.begin(), publicPem.end())};
     writeBytes(root + "/config/rux_log_config", rux::logfile::encodeConfig(config));
 }
 
-// Creates `path` (empty) with a modification time `ageSeconds` in the past.
-inline void makeFileAged(const std::string& path, int ageSeconds) {
-    writeText(path, "old");
-    timespec times[2];
-    clock_gettime(CLOCK_REALTIME, &times[0]);
-    times[0].tv_sec -= ageSeconds;
-    times[1] = times[0];
-    utimensat(AT_FDCWD, path.c_str(), times, 0);
+// The records of a log file's bytes (after the header), as parsed; stops at a fault.
+inline std::vector<rux::logfile::Record> recordsOf(const Bytes& file) {
+    std::vector<rux::logfile::Record> out;
+    rux::logfile::Record r;
+    for (size_t at = rux::logfile::kHeaderSize, next = 0;
+         rux::logfile::parseRecord(file, at, r, next) == rux::logfile::ParseStatus::kOk; at = next)
+        out.push_back(r);
+    return out;
 }
 
-// The records of a log file's bytes (after the header), as parsed; stops at a fault.
-inline std::vector<rux::logfile::Record> recordsOf(const std::vector<uint8_t>& file) {
-    std::vector<rux::logfile::Record> out;
-    size_t offset = rux::logfile::kHeaderSize;
-    rux::logfile::Record r;
-    size_t next = 0;
-    while (rux::logfile::parseRecord(file, offset, r, next) == rux::logfile::ParseStatus::kOk) {
-        out.push_back(r);
-        offset = next;
+// The lines the diagnostic channel received that contain `needle`: each packet's
+// payload after its four zero bytes, up to the zero padding.
+inline std::vector<std::string> diagTexts(const std::string& needle = "") {
+    std::vector<std::string> out;
+    for (const auto& p : rux::platform::diagPackets()) {
+        const auto payload = p.payload();
+        EXPECT_EQ(Bytes(payload.begin(), payload.begin() + 4), Bytes(4, 0));
+        std::string text(payload.begin() + 4, payload.end());
+        text = text.substr(0, text.find('\0'));
+        if (text.find(needle) != std::string::npos) out.push_back(text);
     }
     return out;
 }
+
+// Log::init finds its configuration under a scratch root, no plug-in (unless a test
+// names one) and a quiet timer; the channel takes records. Everything is put back and
+// the log threads stopped afterwards.
+class LogSeamsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        rux::platform::diagReset();
+        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+        rux::platform::clearProperties();
+        rux::log::setLogRoot(root_.path());
+        rux::log::setPluginPath(root_.path() + "/none.so");
+        rux::log::setTimerPeriod(std::chrono::hours(1));
+    }
+    void TearDown() override {
+        rux::log::Log::getInstance().release();
+        rux::platform::clearProperties();
+        rux::platform::diagReset();
+        rux::log::setLogRoot("");
+        rux::log::setPluginPath("");
+        rux::log::setTimerPeriod(std::chrono::seconds(30));
+    }
+
+    TempDir root_;
+    LogCapture capture_;
+};
 
 }  // namespace rux::test

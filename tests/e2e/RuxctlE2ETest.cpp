@@ -1,0 +1,203 @@
+// ruxctl against a real rux-sim: every subcommand reaches the service with the values given
+// and prints the answer with the right exit status; bad usage; no service; watch. A record's
+// bytes are pinned by RuxctlRecordsTest; here it only has to arrive.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <sstream>
+
+#include "Subprocess.h"
+
+namespace rux::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// ruxctl with `command` (split at spaces) pointed at `path`, with `input` on its stdin.
+std::unique_ptr<Subprocess> start(const std::string& path, const std::string& command,
+                                  const std::string& input = "") {
+    Lines argv{RUX_RUXCTL_PATH};
+    std::istringstream words(command);
+    for (std::string w; words >> w;) argv.push_back(w);
+    auto p = std::make_unique<Subprocess>(argv, Lines{"RUX_SOCKET_PATH=" + path},
+                                          Subprocess::Stderr::Capture);
+    if (!input.empty()) p->writeLine(input);
+    p->closeStdin();
+    return p;
+}
+
+// Waits for ruxctl's exit and checks its exit status, its stdout exactly and its stderr's
+// first lines by how each starts (no line when none is wanted).
+void expectRun(Subprocess& p, int exitStatus, const Lines& out, const Lines& errStarts) {
+    const auto wait = p.waitExit();
+    const int status = wait && WIFEXITED(*wait) ? WEXITSTATUS(*wait) : -1;
+    const Lines err = p.errorLines();
+    p.waitFor([](const Lines&) { return false; });  // returns at the end of stdout
+    bool errMatches = err.size() >= errStarts.size() && err.empty() == errStarts.empty();
+    for (size_t i = 0; errMatches && i < errStarts.size(); ++i)
+        errMatches = err[i].rfind(errStarts[i], 0) == 0;
+    EXPECT_EQ(status, exitStatus);
+    EXPECT_EQ(p.lines(), out);
+    EXPECT_TRUE(errMatches) << ::testing::PrintToString(err);
+}
+
+struct Row {
+    const char* command;
+    const char* json;     // on stdin; a record file /dev/stdin is read as a file, - as stdin
+    const char* simSees;  // as rux-sim logs the request (a record's: to its values); nullptr: none
+    int exitStatus;
+    const char* printed;  // the one line on stdout; with exit status 2, how stderr starts
+};
+
+#define OK(request) request " tid=3 status=RUX_STATUS_SUCCESS"
+#define OK_V2(request) request " tid=3 status=RUX_STATUS_V2_SUCCESS"
+
+// Answers other than the simulator's default, for the rows below.
+const char* const kSimSetup[] = {"value hst-state HST_STATE_SET",
+                                 "status SET_COVERAGE_STATE_REQ RUX_STATUS_NOT_SUPPORTED",
+                                 "status SET_SUBWAY_STATE_REQ RUX_STATUS_INVALID",
+                                 "value dppd-capable false",
+                                 "value recommendation DATA_NOT_ALLOWED NDDS",
+                                 "status GET_MULTI_SUM_SUBMODE_INFO_REQ 2"};
+
+// clang-format off
+const Row kRows[] = {
+    {"set-hst-state HST_STATE_SET", "", "SET_HST_STATE_REQ {hst_state: HST_STATE_SET}", 0, OK("set-hst-state")},
+    {"get-hst-state", "", "GET_HST_STATE_REQ {}", 0, OK("get-hst-state") " state=RUX_HST_STATE_SET"},
+    {"set-coverage-state second 1", "", "SET_COVERAGE_STATE_REQ {slot_id: SLOT_ID_SECOND, "
+     "coverage_state: COVERAGE_STATE_IN_COVERAGE_HOLE}", 1,
+     "set-coverage-state tid=3 status=RUX_STATUS_NOT_SUPPORTED"},
+    {"set-out-of-service-state RUX_SLOT_ID_THIRD normal", "",
+     "SET_OUT_OF_SERVICE_REQ {slot_id: SLOT_ID_THIRD, scan_state: NORMAL}", 0, OK("set-out-of-service-state")},
+    {"set-l2nr-selection 0", "", "SET_L2NR_SELECTION_REQ {slot_id: SLOT_ID_FIRST}", 0,
+     OK("set-l2nr-selection")},
+    {"enable-cell-barring-feature first off", "",
+     "ENABLE_CELL_BARRING_FEATURE_REQ {slot_id: SLOT_ID_FIRST, enable: false}", 0,
+     OK("enable-cell-barring-feature")},
+    {"set-cell-barring-info first", R"({"value": 7, "lte_cells": [{"mcc": 310}], "nr_cells": [{}]})",
+     "SET_CELL_BARRING_INFO_REQ {slot_id: SLOT_ID_FIRST, param: 7, lte_cell_list: [{plmn: {mcc: 310,",
+     0, OK("set-cell-barring-info")},
+    // Thresholds left out are -1, "no value".
+    {"set-data-stall-parameters second /dev/stdin", R"({"traffic_direction": "DOWNLINK", "param1": 5})",
+     "SEND_DATA_STALL_PARAMETERS_REQ {slot_id: SLOT_ID_SECOND, params: {traffic_direction: DOWNLINK, "
+     "flag: false, application_type: UNSPECIFIED, param1: 5, param2: -1, param3: -1, param4: -1}}", 0,
+     OK("set-data-stall-parameters")},
+    {"set-lte-dubious-cell-array third", R"([{"mcc": 101}])", "SET_LTE_DUBIOUS_CELL_LIST_REQ "
+     "{slot_id: SLOT_ID_THIRD, lte_cell_list: [{plmn: {mcc: 101,", 0, OK("set-lte-dubious-cell-array")},
+    {"set-nr-dubious-cell-array first", R"([{"mcc": 102}])", "SET_NR_DUBIOUS_CELL_LIST_REQ "
+     "{slot_id: SLOT_ID_FIRST, nr_cell_list: [{plmn: {mcc: 102,", 0, OK("set-nr-dubious-cell-array")},
+    {"set-preferred-cell-list second -", R"({"value": 9, "cells": [{"cell_info": {"plmn": {"mcc": 3}}}]})",
+     "SET_PREFERRED_CELL_LIST_REQ {slot_id: SLOT_ID_SECOND, param: 9, cell_list: [{cell_info: {plmn: "
+     "{mcc: 3,", 0, OK("set-preferred-cell-list")},
+    {"set-flight-mode-state landing", "",
+     "SET_FLIGHT_MODE_STATE_REQ {flight_mode_state: FLIGHT_MODE_STATE_LANDING}", 0,
+     OK("set-flight-mode-state")},
+    {"set-device-fold-state DEVICE_FOLD_STATE_OPEN", "",
+     "SET_DEVICE_FOLD_STATE_REQ {device_fold_state: DEVICE_FOLD_STATE_OPEN}", 0, OK("set-device-fold-state")},
+    {"set-subway-state in_carriage", "", "SET_SUBWAY_STATE_REQ {subway_state: SUBWAY_STATE_IN_CARRIAGE}",
+     1, "set-subway-state tid=3 status=RUX_STATUS_INVALID"},
+    {"--json get-dppd-capability", "", "GET_DPPD_CAPABILITY_REQ {}", 0,
+     R"({"request":"get-dppd-capability","tid":3,"status":"RUX_STATUS_SUCCESS","flag":false})"},
+    {"update-dppd-ui-option true", "", "UPDATE_DPPD_UI_REQ {ui_option_enabled: true}", 0,
+     OK("update-dppd-ui-option") " flag=true"},
+    {"get-dppd-recommendation", "", "GET_DPPD_RECOMMENDATION_REQ {}", 0,
+     OK("get-dppd-recommendation") " action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS"},
+    // The values are printed whatever the status.
+    {"get-multi-sim-submode-info --json", "", "GET_MULTI_SUM_SUBMODE_INFO_REQ {}", 1,
+     R"({"request":"get-multi-sim-submode-info","tid":3,"status":"RUX_STATUS_INTERNAL_ERR",)"
+     R"("sub_mode":"RUX_SUBMODE_DSDA","tx_concurrency":"RUX_TX_CONCURRENCY_FULL"})"},
+    // Bad usage, found before connecting: the next request's session number shows none came.
+    {"set-nothing 1", "", nullptr, 2, "ruxctl: unknown request 'set-nothing' (ruxctl --help lists"},
+    {"set-hst-state HALF_SET", "", nullptr, 2, "ruxctl: STATE: unknown value 'HALF_SET' (one of "
+     "HST_STATE_UNKNOWN, HST_STATE_SET, HST_STATE_NOT_SET, or a number)"},
+    {"set-cell-list-info", R"({"flag": )", nullptr, 2, "ruxctl: set-cell-list-info: stdin: not JSON: "},
+    {"watch --cell-list /nonexistent.json", "", nullptr, 2, "ruxctl: watch: /nonexistent.json: cannot read"},
+    {"set-cell-list-info", R"({"mitigation_type": "INFO", "lte_cell_list": [{"param1": 2}]})",
+     "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_INFO, flag: false, lte_cell_list: [{cell_info: "
+     "{plmn: {mcc: 0, mnc: 0, mnc_includes_pcs_digit: false}, cell_identity: 0, band: BC_0, freq: 0, "
+     "pci: 0}, param1_valid: true, param1: 2,", 0, OK_V2("set-cell-list-info")},
+    {"set-dubious-cell-array-v2", R"({"slot": "second", "lte_cell_list": [{"plmn": {"mcc": 4}}]})",
+     "SET_DUBIOUS_LIST_V2_REQ {slot_id: SLOT_ID_SECOND, lte_list_valid: true, lte_cell_list: [{plmn: "
+     "{mcc: 4,", 0, OK_V2("set-dubious-cell-array-v2")},
+};
+// clang-format on
+
+TEST(RuxctlE2E, EverySubcommandReachesTheServiceAndPrintsTheAnswer) {
+    const std::string path = SimProcess::uniqueSocketPath("ruxctl");
+    {  // No service yet. The library gives up connecting after about 5 s, within the default 10 s.
+        auto timedOut = start(path, "--timeout 0.5 get-hst-state");
+        auto gaveUp = start(path, "set-hst-state 1");
+        expectRun(*timedOut, 3, {}, {"ruxctl: get-hst-state: no answer within 0.5 s"});
+        expectRun(*gaveUp, 3, {},
+                  {"ruxctl: set-hst-state: no answer: the Rux service is not there or went away"});
+    }
+    SimProcess sim(path);
+    ASSERT_TRUE(sim.ready()) << sim.dump();
+    for (const char* line : kSimSetup) ASSERT_EQ(sim.command(line), "ok") << line;
+    int sessions = 0;
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.command);
+        const bool usage = row.exitStatus == 2;
+        expectRun(*start(path, row.command, row.json), row.exitStatus,
+                  usage ? Lines{} : Lines{row.printed}, usage ? Lines{row.printed} : Lines{});
+        if (!row.simSees) continue;
+        const std::string sees =
+            "request session=" + std::to_string(++sessions) + " tid=3 " + row.simSees;
+        EXPECT_TRUE(sim.waitForLine(sees)) << sees << "\n" << sim.dump();
+    }
+}
+
+// The simulator's control line and the line watch prints for it.
+// clang-format off
+const std::pair<const char*, const char*> kIndications[] = {
+    {"indicate hst-state HST_STATE_SET", "hst-state state=RUX_HST_STATE_SET"},
+    {"indicate subway-state SUBWAY_STATE_OUT_SUBWAY", "subway-state state=RUX_SUBWAY_STATE_OUT_SUBWAY"},
+    {"indicate dppd-capability false", "dppd-capability capable=false"},
+    {"indicate dppd-recommendation DATA_NOT_ALLOWED NDDS",
+     "dppd-recommendation action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS"},
+    {"indicate submode DSDA DSDA_TX_SHARING",
+     "multi-sim-submode sub_mode=RUX_SUBMODE_DSDA tx_concurrency=RUX_TX_CONCURRENCY_SHARING"},
+    {"indicate service-status RUX_STATUS_SERVICE_UP", "service-status status=RUX_STATUS_SERVICE_UP"},
+    {"indicate cell-list CELL_INFO lte mcc=310 mnc=260 pcs=1 id=6699 band=E_UTRA_OPERATING_BAND_3 freq=1850 "
+     "pci=101 cause=5 feedback=CELL_FB_CAUSE_DELETE shared=311-480-1,312-530 nr mcc=1 id=68719476735",
+     "cell-list mitigation_type=RUX_CELL_MITIGATION_INFO lte_cell_list=[{cell_info={plmn={mcc=310 mnc=260 "
+     "mnc_includes_pcs_digit=1} cell_identity=6699 band=122 freq=1850 pci=101} cause_bitmask=5 "
+     "feedback_cause=RUX_CELL_FB_CAUSE_DELETE shared_plmn=[{mcc=311 mnc=480 mnc_includes_pcs_digit=1} "
+     "{mcc=312 mnc=530 mnc_includes_pcs_digit=0}]}] nr_cell_list=[{cell_info={plmn={mcc=1 mnc=0 "
+     "mnc_includes_pcs_digit=0} cell_identity=68719476735 band=0 freq=0 pci=0} cause_bitmask=0 "
+     "feedback_cause=RUX_CELL_FB_CAUSE_CONFLICT shared_plmn=[]}]"},
+};
+// clang-format on
+
+// Two watchers: one sent a cell list (the only way to the cell-list feedback) and is
+// interrupted, the other did not and sees the service go.
+TEST(RuxctlE2E, WatchPrintsEveryIndicationUntilInterruptedOrTheServiceGoes) {
+    const std::string path = SimProcess::uniqueSocketPath("ruxctl");
+    SimProcess sim(path);
+    ASSERT_TRUE(sim.ready()) << sim.dump();
+    auto withCells = start(path, "watch --cell-list -", R"({"mitigation_type": "PREFERRED"})");
+    auto plain = start(path, "watch");
+    // The answer first: the simulator answers and indicates from different threads.
+    ASSERT_TRUE(withCells->waitFor([](const Lines& l) { return !l.empty(); })) << sim.dump();
+    ASSERT_TRUE(sim.waitForCount("REGISTER_MULTI_SIM_SUBMODE_INDICATION_REQ", 2)) << sim.dump();
+    Lines want{OK_V2("set-cell-list-info")};
+    for (const auto& [control, printed] : kIndications) {
+        ASSERT_EQ(sim.command(control), "ok sent=2") << control;
+        want.push_back(printed);
+    }
+    ASSERT_TRUE(withCells->waitFor([&](const Lines& l) { return l.size() >= want.size(); }))
+        << withCells->dump();
+    withCells->kill(SIGINT);
+    expectRun(*withCells, 0, want, {});
+    ASSERT_TRUE(sim.waitForCount("disconnected session=", 1)) << sim.dump();
+
+    // The other printed the same but the answer and the cell-list feedback (the last).
+    Lines wantPlain(want.begin() + 1, want.end() - 1);
+    wantPlain.push_back("service-status status=RUX_STATUS_SERVICE_DOWN");
+    ASSERT_EQ(sim.command("drop"), "ok dropped=1");
+    expectRun(*plain, 3, wantPlain, {"ruxctl: watch: the Rux service is not there or went away"});
+}
+
+}  // namespace
+}  // namespace rux::test
