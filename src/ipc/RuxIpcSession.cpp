@@ -36,7 +36,7 @@ void setReceiveTimeout(int fd, std::chrono::milliseconds timeout) {
 
 RuxIpcSession::RuxIpcSession(int fd, unsigned int sessionId, ProcessId own, ProcessId peer,
                              bool threaded, ConnectOptions options)
-    : IpcHandler(threaded),
+    : IpcHandler(threaded, options.frameStallLimit),
       mSocketFd(fd),
       mSessionId(sessionId),
       mOwnProcessId(own),

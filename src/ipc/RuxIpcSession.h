@@ -40,14 +40,16 @@
 
 namespace rux::ipc {
 
-// How a session connects. The defaults are the system's: the service's socket, 50
-// attempts 100 ms apart. The handshake timeout bounds each handshake read, so a peer
-// that accepts and then stays silent cannot hold the connecting thread forever.
+// How a session connects and receives. The defaults are the system's: the service's
+// socket, 50 attempts 100 ms apart. The handshake timeout bounds each handshake read, so
+// a peer that accepts and then stays silent cannot hold the connecting thread forever;
+// the frame stall limit ends a session whose peer stops in the middle of a frame.
 struct ConnectOptions {
     std::string socketPath;  // empty: socketPath()
     int maxAttempts = 50;
     std::chrono::microseconds retryDelay{100000};
     std::chrono::milliseconds handshakeTimeout{5000};  // 0: wait without limit
+    std::chrono::milliseconds frameStallLimit = ProcessHandler::kDefaultFrameStallLimit;
 };
 
 using IpcMessageRegistry = std::unordered_map<unsigned int, IpcMsgConstructorHandlerPair_t>;
