@@ -174,8 +174,8 @@ TEST_F(SdkClientTest, NoServiceGivesServiceDownOnTheSdkThreadAfterTheAttempts) {
     useSocket(rux::test::uniqueSocketPath("rux-nobody"), 3);
     auto sdk = join(4, "nobody");
     ASSERT_TRUE(sdk);
-    ASSERT_TRUE(heard.waitFor(1));
-    EXPECT_EQ(heard.get(), Lines{"4 SERVICE_DOWN @sdk"});
+    ASSERT_TRUE(heard.waitFor(2));
+    EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_DOWN @sdk", "4 NOT_SENT nobody @sdk"}));
     ASSERT_TRUE(log.waitForText("IsConnected: 0"));
     EXPECT_EQ(rux::test::countEndingWith(log, "Connect ret: -1"), 3u);
     EXPECT_FALSE(sdk->isConnected(type(4)));

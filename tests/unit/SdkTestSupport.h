@@ -98,9 +98,10 @@ inline std::string hex(const std::string& bytes) {
 // blob as text when there is one, and whether it ran on the SDK thread.
 inline std::string heardLine(int type, int status, const std::vector<uint8_t>& blob,
                              bool onSdkThread) {
-    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP"};
+    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP",
+                                         "NOT_SENT"};
     std::string s = std::to_string(type) + " " +
-                    (status >= 0 && status <= 3 ? kNames[status] : std::to_string(status));
+                    (status >= 0 && status <= 4 ? kNames[status] : std::to_string(status));
     if (!blob.empty()) s += " " + std::string(blob.begin(), blob.end());
     return onSdkThread ? s + " @sdk" : s;
 }
