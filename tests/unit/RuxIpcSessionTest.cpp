@@ -255,32 +255,6 @@ TEST_F(SessionWithServerTest, RawFramesBothWays) {
     EXPECT_TRUE(capture.contains("Found raw message handler"));
 }
 
-TEST_F(SessionWithServerTest, ServerDroppingTheClientEndsTheSessionOnce) {
-    auto session = connectedSession();
-    const RuxIpcServerClient client = connected.get()[0];
-    client.disconnect();
-    ASSERT_TRUE(status.waitFor(2));
-    EXPECT_EQ(status.get(), (std::vector<bool>{true, false}));
-    EXPECT_FALSE(session->isConnected());
-    EXPECT_EQ(session->socketFd(), -1);
-    EXPECT_NE(prio(capture, "handleSessionEnd for session " + std::to_string(client.sessionId())),
-              -1);
-    ASSERT_TRUE(disconnected.waitFor(1));
-    EXPECT_FALSE(client.isConnected());
-    EXPECT_FALSE(client.sendBlob(RUX_SDK_TYPE_REQUEST_CLIENT, {1}));
-
-    // Sends are now dropped; a new connect starts again and gets a new session.
-    capture.clear();
-    session->send(std::make_shared<SendBlobMessage>(RUX_SDK_TYPE_REQUEST_CLIENT, Bytes{1}));
-    EXPECT_EQ(prio(capture, "IPC socket is not connected"), 6);
-    session->connectToServer(reportTo(status));
-    ASSERT_TRUE(status.waitFor(3));
-    EXPECT_EQ(status.get().back(), true);
-    ASSERT_TRUE(connected.waitFor(2));
-    EXPECT_EQ(session->sessionId(), connected.get()[1].sessionId());
-    EXPECT_NE(session->sessionId(), client.sessionId());
-}
-
 TEST_F(SessionWithServerTest, CleanupOfAConnectedSessionReturnsAndReportsNothing) {
     auto session = connectedSession();
     const int fd = session->socketFd();
@@ -328,59 +302,6 @@ TEST_F(SessionWithServerTest, DestroyingAConnectedSessionTearsDownCleanly) {
                                                    "IpcHandler stop called"}))
             << capture.dump();
         EXPECT_EQ(status.get(), std::vector<bool>{true});
-    }
-}
-
-TEST_F(SessionWithServerTest, RefusingServerLooksLikeNoService) {
-    server->setRefuseConnections(true);
-    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(path, 2));
-    session.connectToServer(reportTo(status));
-    EXPECT_EQ(status.get(), std::vector<bool>{false});
-    EXPECT_EQ(countEndingWith(capture, "Connect ret: -1"), 2u);
-    EXPECT_EQ(connected.get().size(), 0u);
-
-    server->setRefuseConnections(false);
-    session.connectToServer(reportTo(status));
-    EXPECT_EQ(status.get(), (std::vector<bool>{false, true}));
-}
-
-TEST_F(SessionWithServerTest, ServerStopEndsEveryClient) {
-    auto first = connectedSession();
-    auto second =
-        std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_102, false, fastOptions(path));
-    StatusLog secondStatus;
-    second->connectToServer(reportTo(secondStatus));
-    ASSERT_EQ(secondStatus.get(), std::vector<bool>{true});
-    EXPECT_NE(first->sessionId(), second->sessionId());
-    // The client hears HANDSHAKE_COMPLETE before the server has listed it.
-    ASSERT_TRUE(connected.waitFor(2));
-    EXPECT_EQ(server->clients().size(), 2u);
-    server->stop();
-    EXPECT_EQ(disconnected.get().size(), 2u);
-    EXPECT_TRUE(server->clients().empty());
-    ASSERT_TRUE(status.waitFor(2));
-    ASSERT_TRUE(secondStatus.waitFor(2));
-    EXPECT_EQ(secondStatus.get(), (std::vector<bool>{true, false}));
-}
-
-// One thread sends while the receiver thread delivers the echoes.
-TEST_F(SessionWithServerTest, SendingWhileTheReceiverDelivers) {
-    echo = true;
-    for (bool threaded : {false, true}) {
-        SCOPED_TRACE(threaded ? "threaded" : "unthreaded");
-        status.clear();
-        auto session = connectedSession(threaded);
-        Inbox<SendBlobMessage> received;
-        session->registerForMessages(blobRegistry(received));
-        constexpr int kCount = 200;
-        auto blobOf = [](int i) { return Bytes{static_cast<uint8_t>(i), uint8_t(i >> 8)}; };
-        for (int i = 0; i < kCount; ++i)
-            ASSERT_TRUE(session->send(
-                std::make_shared<SendBlobMessage>(RUX_SDK_TYPE_REQUEST_CLIENT, blobOf(i))));
-        ASSERT_TRUE(received.waitFor(kCount));
-        const auto got = received.get();
-        for (int i = 0; i < kCount; ++i) EXPECT_EQ(got[i].blob, blobOf(i)) << i;
-        session.reset();
     }
 }
 
