@@ -7,15 +7,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <functional>
 #include <future>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "LogCapture.h"
@@ -189,12 +186,8 @@ TEST_F(SessionWithServerTest, ConnectsOnceAndAgreesOnTheServersSessionId) {
     EXPECT_NE(prio(capture, "mSocketFd != -1; RETURNING!!!"), -1);
     EXPECT_TRUE(session->isConnected());
     const RuxIpcServerClient client = connected.get()[0];
-    const std::string id = std::to_string(client.sessionId());
     EXPECT_EQ(session->sessionId(), client.sessionId());
     EXPECT_EQ(client.peerProcessId(), PROCESS_ID_CLIENT_101);
-    EXPECT_NE(prio(capture, "Received HANDSHAKE_INIT; sessionId: " + id), -1);
-    EXPECT_NE(prio(capture, "HANDSHAKE_COMPLETE: receivedSessionId: " + id), -1);
-    EXPECT_NE(prio(capture, "returning: result: 1"), -1);
     EXPECT_NE(prio(capture, "Connect success: Handshake success"), -1);
     EXPECT_EQ(countEndingWith(capture, "Connect ret: 0"), 1u);
 }
@@ -264,23 +257,16 @@ TEST_F(SessionWithServerTest, CleanupOfAConnectedSessionReturnsAndReportsNothing
     EXPECT_EQ(session->socketFd(), -1);
     EXPECT_FALSE(session->isConnected());
     ASSERT_TRUE(disconnected.waitFor(1));  // the service sees the client go
-    // Close, wait, deregistration, in that order. (The service deregisters its own end
-    // on another thread, so only the relative order is checked.)
-    const auto lines = capture.lines();
-    auto indexOf = [&](const std::string& needle, size_t from) {
-        for (size_t i = from; i < lines.size(); ++i)
-            if (lines[i].text.find(needle) != std::string::npos) return i;
-        return lines.size();
-    };
-    const size_t closing = indexOf("RuxIpcSession::cleanup:", 0);
-    ASSERT_LT(closing, lines.size()) << capture.dump();
-    EXPECT_NE(lines[closing].text.find("closing socket Fd " + std::to_string(fd)),
-              std::string::npos);
-    const size_t deregistered = indexOf("deregisterSocket: ENTER", closing);
-    const size_t exit = indexOf("RuxIpcSession::cleanup:", closing + 1);
-    ASSERT_LT(exit, lines.size()) << capture.dump();
-    EXPECT_LT(deregistered, exit);
-    EXPECT_EQ(lines[exit].text.substr(lines[exit].text.size() - 5), " EXIT");
+    // Close, wait, deregistration, in that order: the session's own cleanup lines, the
+    // first deregistration after its first (the service deregisters on its own thread).
+    std::vector<std::string> order;
+    for (auto& l : capture.lines())
+        if (l.text.find("RuxIpcSession::cleanup:") != std::string::npos ||
+            (l.text.find("deregisterSocket: ENTER") != std::string::npos && order.size() == 1))
+            order.push_back(l.text.substr(l.text.find(' ') + 1));
+    EXPECT_EQ(order, (std::vector<std::string>{"closing socket Fd " + std::to_string(fd),
+                                               "deregisterSocket: ENTER", "EXIT"}))
+        << capture.dump();
     session.reset();
     EXPECT_EQ(status.get(), std::vector<bool>{true});
 }
@@ -305,16 +291,6 @@ TEST_F(SessionWithServerTest, DestroyingAConnectedSessionTearsDownCleanly) {
     }
 }
 
-TEST_F(SessionWithServerTest, SocketPathComesFromTheEnvironmentOnHostBuilds) {
-    ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
-    ConnectOptions options;  // no explicit path
-    options.maxAttempts = 1;
-    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, options);
-    session.connectToServer(reportTo(status));
-    ::unsetenv("RUX_SOCKET_PATH");
-    EXPECT_EQ(status.get(), std::vector<bool>{true});
-}
-
 // --- against a scripted peer ------------------------------------------------------
 
 TEST(SessionHandshakeTest, ClientBytesOnTheSocketAreExact) {
@@ -333,14 +309,9 @@ TEST(SessionHandshakeTest, ClientBytesOnTheSocketAreExact) {
     session.send(std::make_shared<SendBlobMessage>(static_cast<RuxSdkType>(6), Bytes{0x0A, 0x0B}));
     ASSERT_TRUE(peer.finished());
     EXPECT_EQ(resp, (Bytes{2, 0, 0, 0, 0x34, 0x12, 0, 0, 104, 0, 0, 0}));
-    const Bytes expected = {104,  0,    0, 0, 0,    0,   0, 0,  // srcProcessId: this client
-                            1,    0,    0, 0, 0,    0,   0, 0,  // dstProcessId: the service
-                            5,    0,    0, 0, 0,    0,   0, 0,  // msgId: SendBlobMessage
-                            0,    0,    0, 0, 0,    0,   0, 0,  // subsystemId
-                            0x34, 0x12, 0, 0, 0,    0,   0, 0,  // sessionId
-                            6,    0,    0, 0, 0,    0,   0, 0,  // length
-                            6,    0,    0, 0, 0x0A, 0x0B};      // sdkType, blob
-    EXPECT_EQ(frame, expected);
+    // From this client to the service, SendBlobMessage, the agreed session; sdkType, blob.
+    const Bytes payload = {6, 0, 0, 0, 0x0A, 0x0B};
+    EXPECT_EQ(frame, encodeFrame(ipcMsg_t{104, 1, 5, 0, 0x1234, 6}, payload.data()));
 }
 
 struct HandshakeCase {
@@ -401,11 +372,6 @@ INSTANTIATE_TEST_SUITE_P(
                           ScriptedPeer::write(fd, Bytes{9, 0, 0, 0, 1, 0, 0, 0});
                       },
                       "Unknown handshake type"},
-        HandshakeCase{"ShortPacket",
-                      [](int fd) {
-                          ScriptedPeer::write(fd, Bytes{1, 0, 0});
-                      },
-                      "Received data size does not match with expected size"},
         HandshakeCase{"CloseBeforeInit", [](int fd) { ::shutdown(fd, SHUT_WR); }, "recv: len: 0",
                       3},
         HandshakeCase{"SilentPeerTimesOut", [](int) {},
