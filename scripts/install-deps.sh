@@ -3,7 +3,8 @@
 # Idempotent: when every package is present it only runs dpkg-query and returns.
 set -euo pipefail
 # clang's sanitizer runtimes (libclang-rt-14-dev) are only recommended by clang, and
-# recommendations are not installed here: the ThreadSanitizer build needs them.
+# recommendations are not installed here: the ThreadSanitizer build and the fuzz targets
+# (libFuzzer) need them.
 # cpack's Debian packages need file (to find the binaries whose dependencies
 # dpkg-shlibdeps reads).
 

@@ -147,6 +147,14 @@ void MavoClient::eraseCallback(int tid) {
     MAVO_LOG("cb map size after remove: %d", static_cast<int>(remaining));
 }
 
+void MavoClient::forgetUnsent(const std::vector<uint8_t>& blob) {
+    VexProto::ClientMsg msg;
+    if (!msg.ParseFromArray(blob.data(), static_cast<int>(blob.size()))) return;
+    eraseCallback(static_cast<int>(msg.transaction_id()));
+    MAVO_LOG("Request not sent; transaction id: 0x%lu",
+             static_cast<unsigned long>(msg.transaction_id()));
+}
+
 size_t MavoClient::pendingCallbacks() const {
     std::lock_guard<std::mutex> lock(mMapLock);
     return mCallbackMap.size();

@@ -186,6 +186,8 @@ private:
     }
     ErasedCallback takeCallback(int tid, CompletionKind kind);
     void eraseCallback(int tid);
+    // A request blob that was never sent: its callback entry goes, and nothing is called.
+    void forgetUnsent(const std::vector<uint8_t>& blob);
 
     // The instance when it can take requests (it has an SDK client); otherwise null
     // after "Failed to get SDK instance.".

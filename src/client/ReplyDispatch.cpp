@@ -53,6 +53,9 @@ void MavoClient::blobListener(SdkStatus status, const std::vector<uint8_t>& blob
                 break;
             case SdkClientBase::SERVICE_UP:
                 break;
+            case SdkClientBase::NOT_SENT:
+                forgetUnsent(blob);
+                break;
             default:
                 MAVO_LOG("Unknown internal status %d", static_cast<int>(status));
                 break;

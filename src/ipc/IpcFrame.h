@@ -20,6 +20,10 @@ struct ipcMsg_t {
 constexpr size_t kIpcHeaderSize = 48;
 static_assert(sizeof(ipcMsg_t) == kIpcHeaderSize, "the frame header has no padding");
 
+// The longest payload a receiver takes. The largest message of the protocol is a few
+// kilobytes; a frame announcing more than this ends the session unread.
+constexpr uint64_t kMaxReceivedPayload = 1024 * 1024;
+
 // The payload of a frame that was allocated as header + payload in one block.
 inline uint8_t* ipcPayload(ipcMsg_t* msg) { return reinterpret_cast<uint8_t*>(msg + 1); }
 inline const uint8_t* ipcPayload(const ipcMsg_t* msg) {

@@ -12,6 +12,7 @@
 #include <android/log.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -26,7 +27,9 @@ namespace rux::ipc {
 template <typename T>
 class IpcHandler : public ProcessHandler {
 public:
-    explicit IpcHandler(bool threaded) : mRunning(threaded) {}
+    explicit IpcHandler(bool threaded,
+                        std::chrono::milliseconds frameStallLimit = kDefaultFrameStallLimit)
+        : ProcessHandler(frameStallLimit), mRunning(threaded) {}
 
     ~IpcHandler() override {
         RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "dtor");

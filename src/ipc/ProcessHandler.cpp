@@ -46,7 +46,8 @@ void ReceiverTracker::waitIdle() {
     });
 }
 
-ProcessHandler::ProcessHandler() : mReceivers(std::make_shared<ReceiverTracker>()) {}
+ProcessHandler::ProcessHandler(std::chrono::milliseconds frameStallLimit)
+    : mReceivers(std::make_shared<ReceiverTracker>()), mFrameStallLimit(frameStallLimit) {}
 
 ProcessHandler::~ProcessHandler() = default;
 

@@ -9,6 +9,7 @@
 // threads co-own, so the count itself never dangles.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -39,7 +40,11 @@ private:
 
 class ProcessHandler {
 public:
-    ProcessHandler();
+    // How long the receiver waits for more of a frame once its first byte is in, unless
+    // a handler is built with another limit; between frames it waits without limit.
+    static constexpr std::chrono::milliseconds kDefaultFrameStallLimit{5000};
+
+    explicit ProcessHandler(std::chrono::milliseconds frameStallLimit = kDefaultFrameStallLimit);
     virtual ~ProcessHandler();
     ProcessHandler(const ProcessHandler&) = delete;
     ProcessHandler& operator=(const ProcessHandler&) = delete;
@@ -63,9 +68,12 @@ public:
     void waitForReceivers() { mReceivers->waitIdle(); }
 
     const std::shared_ptr<ReceiverTracker>& receiverTracker() const { return mReceivers; }
+    // A peer that sends part of a frame and then nothing for this long ends the session.
+    std::chrono::milliseconds frameStallLimit() const { return mFrameStallLimit; }
 
 private:
     std::shared_ptr<ReceiverTracker> mReceivers;
+    const std::chrono::milliseconds mFrameStallLimit;
 };
 
 }  // namespace rux::ipc

@@ -3,11 +3,14 @@
 #include <android/log.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -42,24 +45,73 @@ bool reservePayload(std::vector<uint8_t>& payload, uint64_t length) {
     return true;
 }
 
-// Reads `length` bytes into `payload` (reserved for them), a piece at a time: the
-// vector grows only just ahead of the bytes that fill it. What recv returned in the
-// end: `length`, fewer when the peer closed, -1 on an error.
-ssize_t receivePayload(int fd, std::vector<uint8_t>& payload, uint64_t length) {
-    constexpr size_t kPiece = 64 * 1024;
-    while (payload.size() < length) {
-        const size_t at = payload.size();
-        const size_t want = static_cast<size_t>(std::min<uint64_t>(length - at, kPiece));
-        payload.resize(at + want);
-        ssize_t got;
-        do {
-            got = ::recv(fd, payload.data() + at, want, MSG_WAITALL);
-        } while (got < 0 && errno == EINTR);
-        if (got < 0) return at == 0 ? -1 : static_cast<ssize_t>(at);
-        payload.resize(at + static_cast<size_t>(got));
-        if (static_cast<size_t>(got) < want) break;  // the peer closed mid-payload
+enum class Wait { kReadable, kStalled, kFailed };
+
+// Waits until `fd` has bytes (or its end) to read; `limit` below 0 waits for good.
+Wait waitReadable(int fd, std::chrono::milliseconds limit) {
+    pollfd p{fd, POLLIN, 0};
+    const int timeout = limit.count() < 0 ? -1 : static_cast<int>(limit.count());
+    int ready;
+    do {
+        ready = ::poll(&p, 1, timeout);
+    } while (ready < 0 && errno == EINTR);
+    if (ready < 0) return Wait::kFailed;
+    return ready == 0 ? Wait::kStalled : Wait::kReadable;
+}
+
+// How a read of part of a frame ended.
+enum class Read { kDone, kClosed, kFailed, kStalled };
+
+// Reads exactly `size` header bytes into `out`. The wait for the first byte has no
+// limit (the connection is idle between frames); each wait after it at most `stall`.
+// `got` tells how many bytes arrived.
+Read receiveHeader(int fd, uint8_t* out, size_t size, std::chrono::milliseconds stall,
+                   size_t& got) {
+    got = 0;
+    while (got < size) {
+        const ssize_t r = ::recv(fd, out + got, size - got, got == 0 ? 0 : MSG_DONTWAIT);
+        if (r > 0) {
+            got += static_cast<size_t>(r);
+            continue;
+        }
+        if (r == 0) return Read::kClosed;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return Read::kFailed;
+        const Wait w = waitReadable(fd, stall);
+        if (w != Wait::kReadable) return w == Wait::kStalled ? Read::kStalled : Read::kFailed;
     }
-    return static_cast<ssize_t>(payload.size());
+    return Read::kDone;
+}
+
+// Reads `length` payload bytes into `payload` (reserved for them). The vector grows
+// only by bytes already waiting in the socket, so no payload memory is written before
+// its bytes have arrived; each wait for more is at most `stall`.
+Read receivePayload(int fd, std::vector<uint8_t>& payload, uint64_t length,
+                    std::chrono::milliseconds stall) {
+    while (payload.size() < length) {
+        int waiting = 0;
+        if (::ioctl(fd, FIONREAD, &waiting) < 0) return Read::kFailed;
+        if (waiting <= 0) {
+            const Wait w = waitReadable(fd, stall);
+            if (w != Wait::kReadable) return w == Wait::kStalled ? Read::kStalled : Read::kFailed;
+            uint8_t probe;
+            const ssize_t r = ::recv(fd, &probe, 1, MSG_PEEK | MSG_DONTWAIT);
+            if (r == 0) return Read::kClosed;
+            if (r < 0 && errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)
+                return Read::kFailed;
+            continue;
+        }
+        const size_t at = payload.size();
+        const size_t want =
+            static_cast<size_t>(std::min<uint64_t>(length - at, static_cast<uint64_t>(waiting)));
+        payload.resize(at + want);
+        const ssize_t r = ::recv(fd, payload.data() + at, want, MSG_DONTWAIT);
+        payload.resize(at + (r > 0 ? static_cast<size_t>(r) : 0));
+        if (r == 0) return Read::kClosed;
+        if (r < 0 && errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)
+            return Read::kFailed;
+    }
+    return Read::kDone;
 }
 
 }  // namespace
@@ -268,41 +320,63 @@ void ProcessUtilsGlobals::receiverMain(std::shared_ptr<ProcessUtilsGlobals> glob
 // registration has its own duplicate), the public loop by descriptor number.
 void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool matchByIdentity,
                                       ProcessHandler& handler) {
+    const std::chrono::milliseconds stall = handler.frameStallLimit();
     int err = 0;
     for (;;) {
         ipcMsg_t header{};
-        ssize_t len;
-        do {
-            len = ::recv(io.fd, &header, kIpcHeaderSize, MSG_WAITALL);
-        } while (len < 0 && errno == EINTR);
+        size_t headerBytes = 0;
+        const Read headerRead = receiveHeader(io.fd, reinterpret_cast<uint8_t*>(&header),
+                                              kIpcHeaderSize, stall, headerBytes);
         err = errno;
-        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "recv: len: %d", static_cast<int>(len));
+        RUX_LOG(ANDROID_LOG_DEBUG, kTag, "recv: len: %d",
+                headerRead == Read::kFailed && headerBytes == 0 ? -1
+                                                                : static_cast<int>(headerBytes));
+        if (headerRead == Read::kStalled) {
+            err = ETIMEDOUT;
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "Frame stalled: %zu of %zu header bytes in %lld ms",
+                    headerBytes, kIpcHeaderSize, static_cast<long long>(stall.count()));
+        }
         // A header cut short by the peer closing is as fatal as no header at all.
-        if (len < static_cast<ssize_t>(kIpcHeaderSize)) {
+        if (headerRead != Read::kDone) {
             RUX_LOG(ANDROID_LOG_ERROR, kTag, "Error 1st recv");
             break;
         }
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received data size: %d", static_cast<int>(header.length));
-        // The length is trusted: the payload is allocated whole, and a size that cannot
-        // be allocated ends the process.
+        // Checked before anything is allocated: no frame of this protocol comes near it.
+        if (header.length > kMaxReceivedPayload) {
+            err = EMSGSIZE;
+            RUX_LOG(ANDROID_LOG_ERROR, kTag, "Received data size %llu exceeds the limit of %llu",
+                    static_cast<unsigned long long>(header.length),
+                    static_cast<unsigned long long>(kMaxReceivedPayload));
+            break;
+        }
+        // Within the limit a length that cannot be allocated ends the process.
         std::vector<uint8_t> payload;
         if (!reservePayload(payload, header.length)) {
             __android_log_print(ANDROID_LOG_ERROR, kTag, "malloc failed");
             std::exit(-1);
         }
         if (header.length > 0) {
-            const ssize_t got = receivePayload(io.fd, payload, header.length);
-            if (got == -1) {
+            const Read payloadRead = receivePayload(io.fd, payload, header.length, stall);
+            if (payloadRead == Read::kFailed) {
                 err = errno;
                 RUX_LOG(ANDROID_LOG_ERROR, kTag, "Error 2nd recv: errno: %d(%s)", err,
                         errnoText(err).c_str());
                 break;
             }
-            if (static_cast<uint64_t>(got) != header.length) {
+            if (payloadRead == Read::kStalled) {
+                err = ETIMEDOUT;
+                RUX_LOG(ANDROID_LOG_ERROR, kTag,
+                        "Frame stalled: %zu of %llu payload bytes in %lld ms", payload.size(),
+                        static_cast<unsigned long long>(header.length),
+                        static_cast<long long>(stall.count()));
+                break;
+            }
+            if (payloadRead == Read::kClosed) {
                 err = errno;
                 RUX_LOG(ANDROID_LOG_ERROR, kTag,
                         "Unexpected data received: expected size: %d, received size: %d",
-                        static_cast<int>(header.length), static_cast<int>(got));
+                        static_cast<int>(header.length), static_cast<int>(payload.size()));
                 break;
             }
         }

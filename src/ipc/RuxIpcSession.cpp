@@ -36,7 +36,7 @@ void setReceiveTimeout(int fd, std::chrono::milliseconds timeout) {
 
 RuxIpcSession::RuxIpcSession(int fd, unsigned int sessionId, ProcessId own, ProcessId peer,
                              bool threaded, ConnectOptions options)
-    : IpcHandler(threaded),
+    : IpcHandler(threaded, options.frameStallLimit),
       mSocketFd(fd),
       mSessionId(sessionId),
       mOwnProcessId(own),
@@ -106,7 +106,12 @@ void RuxIpcSession::deregister() {
 // after it, so the connect path never works on a closed descriptor.
 void RuxIpcSession::cleanup() {
     mRegistration.store(0);  // a late end of this socket reports nothing
-    const int fd = mSocketFd.exchange(-1);
+    int fd;
+    {
+        std::lock_guard<std::mutex> lock(mReportLock);
+        mReportState = kReportCancelled;
+        fd = mSocketFd.exchange(-1);
+    }
     mConnected.store(false);
     if (fd >= 0) {
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "closing socket Fd %d", fd);
@@ -202,14 +207,23 @@ void RuxIpcSession::handleConnectToRuxEvent() {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Created socket; mSocketFd: %d", fd);
     if (fd < 0) return;
-    int expected = -1;
-    if (!mSocketFd.compare_exchange_strong(expected, fd)) {  // another connect got there first
+    bool installed = false;
+    {
+        std::lock_guard<std::mutex> lock(mReportLock);
+        int expected = -1;
+        if (mSocketFd.compare_exchange_strong(expected, fd)) {
+            mReportState = kReportIdle;
+            installed = true;
+        }
+    }
+    if (!installed) {  // another connect got there first
         ::close(fd);
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "mSocketFd != -1; RETURNING!!!");
         return;
     }
 
     mConnected.store(false);
+    bool registered = false;
     for (int attempt = 1;; ++attempt) {
         if (mSocketFd.load() == -1) {
             RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Connect fail: mSocketFd is -1; break");
@@ -221,16 +235,20 @@ void RuxIpcSession::handleConnectToRuxEvent() {
             if (mOptions.handshakeTimeout.count() > 0) setReceiveTimeout(fd, mOptions.handshakeTimeout);
             if (!performHandshake(fd)) break;
             setReceiveTimeout(fd, std::chrono::milliseconds(0));  // the receiver blocks for good
-            mReportState.store(kReportPending);
+            {
+                std::lock_guard<std::mutex> lock(mReportLock);
+                if (mReportState == kReportCancelled) break;  // cleanup() has the socket
+                mReportState = kReportPending;
+            }
             // Known before the receiver starts, so that its end always matches.
             const uint64_t registration = nextRegistrationToken();
             mRegistration.store(registration);
-            const bool registered =
-                mGlobals && mGlobals->registerSocket(mPeerProcessId, mSessionId.load(), fd, *this,
-                                                     registration);
+            registered = mGlobals && mGlobals->registerSocket(mPeerProcessId, mSessionId.load(),
+                                                              fd, *this, registration);
             if (!registered) {
                 mRegistration.store(0);
-                mReportState.store(kReportIdle);
+                std::lock_guard<std::mutex> lock(mReportLock);
+                if (mReportState == kReportPending) mReportState = kReportIdle;
                 RUX_LOG(ANDROID_LOG_ERROR, kTag, "Connect fail: socket not registered");
                 break;
             }
@@ -248,31 +266,40 @@ void RuxIpcSession::handleConnectToRuxEvent() {
         std::this_thread::sleep_for(mOptions.retryDelay);
     }
 
-    if (mConnected.load() && mSocketFd.load() == fd) {
+    if (registered) {
+        if (mOptions.afterHandshake) mOptions.afterHandshake();
         mThreadSemaphore.increase();  // lets a later cleanup() through
-        notifyConnectionStatus(true);
-        if (mReportState.exchange(kReportIdle) == kReportEndedWhilePending)
-            notifyConnectionStatus(false);
+        reportConnected();
         return;
     }
-    if (!mConnected.load()) {
-        int mine = fd;
-        if (mSocketFd.compare_exchange_strong(mine, -1)) {
-            // Also after a registered socket ended before its end could take the socket:
-            // that end then finds none and leaves the one report to this path.
-            mReportState.store(kReportIdle);
-            ::shutdown(fd, SHUT_RDWR);
-            ::close(fd);
-            notifyConnectionStatus(false);
-            return;
-        }
+    int mine = fd;
+    if (mSocketFd.compare_exchange_strong(mine, -1)) {
+        ::shutdown(fd, SHUT_RDWR);
+        ::close(fd);
+        notifyConnectionStatus(false);
+        return;
     }
-    // The socket was taken from under this attempt: by cleanup() (no status), or by a
-    // session end that left its report to this path.
+    // cleanup() took the socket from under this attempt: no status.
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Connect fail: mThreadSemaphore.increase");
     mThreadSemaphore.increase();
-    if (mReportState.exchange(kReportIdle) == kReportEndedWhilePending)
-        notifyConnectionStatus(false);
+}
+
+// A handshake that succeeded is always reported up, even when the socket has ended
+// since (its end left the loss to this path): up, then down, once each and in that
+// order. A cleanup() that has begun reports neither.
+void RuxIpcSession::reportConnected() {
+    {
+        std::lock_guard<std::mutex> lock(mReportLock);
+        if (mReportState == kReportCancelled) return;
+    }
+    notifyConnectionStatus(true);
+    bool ended;
+    {
+        std::lock_guard<std::mutex> lock(mReportLock);
+        ended = mReportState == kReportEndedWhilePending;
+        if (mReportState != kReportCancelled) mReportState = kReportIdle;
+    }
+    if (ended) notifyConnectionStatus(false);
 }
 
 bool RuxIpcSession::performHandshake(int fd) {
@@ -463,9 +490,14 @@ void RuxIpcSession::endConnection(bool shutDown) {
     if (fd == -1) return;  // cleanup() or the connect path got there first
     if (shutDown) ::shutdown(fd, SHUT_RDWR);
     ::close(fd);
-    int pending = kReportPending;
-    if (!mReportState.compare_exchange_strong(pending, kReportEndedWhilePending))
-        notifyConnectionStatus(false);
+    bool report;
+    {
+        std::lock_guard<std::mutex> lock(mReportLock);
+        // Ended before the connect path reported it up: the loss is reported after that.
+        if (mReportState == kReportPending) mReportState = kReportEndedWhilePending;
+        report = mReportState == kReportIdle;
+    }
+    if (report) notifyConnectionStatus(false);
 }
 
 }  // namespace rux::ipc

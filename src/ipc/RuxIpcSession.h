@@ -40,14 +40,19 @@
 
 namespace rux::ipc {
 
-// How a session connects. The defaults are the system's: the service's socket, 50
-// attempts 100 ms apart. The handshake timeout bounds each handshake read, so a peer
-// that accepts and then stays silent cannot hold the connecting thread forever.
+// How a session connects and receives. The defaults are the system's: the service's
+// socket, 50 attempts 100 ms apart. The handshake timeout bounds each handshake read, so
+// a peer that accepts and then stays silent cannot hold the connecting thread forever;
+// the frame stall limit ends a session whose peer stops in the middle of a frame.
 struct ConnectOptions {
     std::string socketPath;  // empty: socketPath()
     int maxAttempts = 50;
     std::chrono::microseconds retryDelay{100000};
     std::chrono::milliseconds handshakeTimeout{5000};  // 0: wait without limit
+    std::chrono::milliseconds frameStallLimit = ProcessHandler::kDefaultFrameStallLimit;
+    // Test seam: runs on the connecting thread after a successful handshake, once the
+    // socket is registered (its receiver running) and before the status is reported.
+    std::function<void()> afterHandshake;
 };
 
 using IpcMessageRegistry = std::unordered_map<unsigned int, IpcMsgConstructorHandlerPair_t>;
@@ -104,10 +109,20 @@ private:
     void endAfterSendFailure(uint64_t registration, int err);
     // Takes the socket (if still there), closes it and reports the loss once.
     void endConnection(bool shutDown);
+    // The report of a connection that the connect path has registered: up, then down
+    // if it ended meanwhile; nothing once cleanup() has begun.
+    void reportConnected();
 
-    // Whether a session end met a connect path that had registered the socket but not
-    // yet reported: the connect path then reports the loss after its success.
-    enum ReportState : int { kReportIdle, kReportPending, kReportEndedWhilePending };
+    // Who reports the status of a connection in the making. Pending: the connect path
+    // has a registered socket and will report it up. EndedWhilePending: the socket ended
+    // before that report, and the connect path reports the loss right after it.
+    // Cancelled: cleanup() took the socket; nothing more is reported.
+    enum ReportState : int {
+        kReportIdle,
+        kReportPending,
+        kReportEndedWhilePending,
+        kReportCancelled
+    };
 
     std::mutex mRegistryLock;
     IpcMessageRegistry mMessageRegistry;  // guarded by mRegistryLock
@@ -119,7 +134,11 @@ private:
     const ProcessId mPeerProcessId;
     const std::shared_ptr<ProcessUtilsGlobals> mGlobals;
     const ConnectOptions mOptions;
-    std::atomic<int> mReportState{kReportIdle};
+    // Guards mReportState; also makes cleanup()'s taking of the socket and a connect's
+    // installing of a new one atomic with the state they set. Never held while a status
+    // is reported or a system call other than the socket's exchange runs.
+    std::mutex mReportLock;
+    ReportState mReportState = kReportIdle;  // guarded by mReportLock
     // The token of the current socket registration, 0 when none. Taking it (compare and
     // swap to 0) decides who ends the connection: the receiver's end, a send that found
     // the peer gone, or cleanup(); so a connection ends once, and the late end of an

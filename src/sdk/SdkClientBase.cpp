@@ -119,10 +119,16 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
         RUXSDK_LOG("Reconnect client");
         connectRuxSdkClient(ev->type);
     }
-    // Not connected: nothing is sent, and the connect attempt has already reported
-    // SERVICE_DOWN.
-    // The event's blob is not needed after this: it is handed on, not copied.
-    if (isConnected(ev->type) && !sendBlobToService(ev->type, std::move(ev->blob))) {
+    // Not connected: nothing is sent; the connect attempt has already reported
+    // SERVICE_DOWN, and the blob goes back to its client (unless it is leaving), which
+    // forgets the request. The event's blob is not needed after this: it is handed on,
+    // not copied.
+    if (!isConnected(ev->type)) {
+        if (!ev->cleanup && !ev->blob.empty() && hasClientType(ev->type)) {
+            const Listener listener = listenerInsertingEmpty(ev->type);
+            if (listener) callListener(listener, NOT_SENT, ev->blob);
+        }
+    } else if (!sendBlobToService(ev->type, std::move(ev->blob))) {
         const Listener listener = listenerInsertingEmpty(ev->type);
         if (listener) callListener(listener, SEND_FAILED, {});
     }

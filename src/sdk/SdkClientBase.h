@@ -48,6 +48,7 @@ public:
         SEND_FAILED = 1,   // the blob could not be handed to the IPC session
         SERVICE_DOWN = 2,  // the connection was lost or could not be made
         SERVICE_UP = 3,    // the connection is established
+        NOT_SENT = 4,      // no connection could be made: the blob comes back, never sent
     };
     using Listener = std::function<void(SdkStatus, const std::vector<uint8_t>&)>;
 

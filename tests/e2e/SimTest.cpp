@@ -23,8 +23,15 @@ namespace {
 // The library's own client end of the transport (handshake and frames), sending blobs.
 struct SimClient {
     explicit SimClient(const std::string& path)
-        : session(ipc::PROCESS_ID_CLIENT_101, false, {path, 3, std::chrono::milliseconds(20)}) {}
+        : session(ipc::PROCESS_ID_CLIENT_101, false, options(path)) {}
     ~SimClient() { session.cleanup(); }
+    static ipc::ConnectOptions options(const std::string& path) {
+        ipc::ConnectOptions o;
+        o.socketPath = path;
+        o.maxAttempts = 3;
+        o.retryDelay = std::chrono::milliseconds(20);
+        return o;
+    }
     bool connect() {  // inline for an unthreaded session
         session.connectToServer([this](bool isUp) { up = isUp; });
         return up;

@@ -469,6 +469,24 @@ TEST_F(ClientApiTest, FallbackIsTheFirstSetCallbackAndGetRequestsNeverSetIt) {
                               "fallback " + num(a) + " 0"}));  // on the receiver thread
 }
 
+// Requests made while the service is away are never sent: each leaves no entry behind
+// and calls nothing but the service-status callback.
+TEST_F(ClientApiTest, RequestsNeverSentLeaveNoEntryBehind) {
+    register_rux_client(onStatus);  // no service
+    ASSERT_TRUE(gCalls.waitFor(1));
+    const size_t before = MavoClient::getInstance()->pendingCallbacks();
+    set_hst_state(RUX_HST_STATE_SET, onPlain);
+    get_hst_state(onGetHst);
+    get_dppd_capability(onDppdFlag);
+    ASSERT_TRUE(log.waitFor([](const std::vector<rux::test::LogLine>& lines) {
+        return std::count_if(lines.begin(), lines.end(), [](const rux::test::LogLine& l) {
+                   return l.text.find("Request not sent") != std::string::npos;
+               }) == 4;  // the registration's too
+    }));
+    EXPECT_EQ(MavoClient::getInstance()->pendingCallbacks(), before);
+    EXPECT_EQ(calls(), Lines(4, "status 6 @sdk"));
+}
+
 // A service that cannot be reached: status 6 after the attempts, on the SDK thread; a
 // request whose reconnect fails is lost (status 6 again) and never sent later; once the
 // service accepts again, the next request connects and is answered.

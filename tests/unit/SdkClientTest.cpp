@@ -42,7 +42,8 @@ RuxSdkClientType type(int t) {
 // "5 SERVICE_UP @sdk", "4 RESPONSE ok": what a listener of a client type heard, with the
 // blob as text when there is one, and whether it ran on the SDK thread.
 std::string heardLine(int type, int status, const Bytes& blob, bool onSdkThread) {
-    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP"};
+    static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP",
+                                         "NOT_SENT"};
     std::string s = std::to_string(type) + " " + kNames[status];
     if (!blob.empty()) s += " " + std::string(blob.begin(), blob.end());
     return onSdkThread ? s + " @sdk" : s;
@@ -132,8 +133,8 @@ const Scenario kScenarios[] = {
      "connect:5 send:5:orphan", "", 1, ""},
     {"DisconnectedTypeReconnectsOnceThenSends", "4", "4>first 4>second",
      "connect:4 send:4:first send:4:second", "", 1, ""},
-    {"FailedConnectSendsNothingAndReportsNothingHere", "4 noconnect", "4>lost", "connect:4", "", 1,
-     ""},
+    {"FailedConnectSendsNothingAndGivesTheBlobBack", "4 noconnect", "4>lost", "connect:4",
+     "4 NOT_SENT lost @sdk", 1, ""},
     {"FailedSendReportsSendFailedToTheSendingTypeOnly", "4 5 nosend", "5>x", "connect:5 send:5:x",
      "5 SEND_FAILED @sdk", 1, ""},
     {"ListenerThatThrowsDoesNotEndTheSdkThread", "4 5x", "5<", "", "", 0, "listener threw: boom"},
