@@ -68,6 +68,7 @@ uint32_t word(const Bytes& b, size_t at) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     rux::fuzz::Input input{data, size};
+    const int listening = listener();  // before the client's one connect attempt
     ConnectOptions options;
     options.socketPath = kPath;
     options.maxAttempts = 1;
@@ -77,9 +78,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     session->connectToServer([first, once](bool up) {
         std::call_once(*once, [&] { first->set_value(up); });
     });
-    FUZZ_CHECK(readable(listener()));
+    FUZZ_CHECK(readable(listening));
     int peer;
-    while ((peer = ::accept4(listener(), nullptr, nullptr, SOCK_CLOEXEC)) < 0 && errno == EINTR) {
+    while ((peer = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC)) < 0 && errno == EINTR) {
     }
     FUZZ_CHECK(peer >= 0);
 

@@ -20,11 +20,10 @@ namespace rux::test {
 template <typename T>
 class Inbox {
 public:
+    // Notifies under the lock: a test may destroy the inbox as soon as it sees the value.
     void put(T value) {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mItems.push_back(std::move(value));
-        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        mItems.push_back(std::move(value));
         mChanged.notify_all();
     }
     // Waits until at least `n` values are in, or 10 s pass.
