@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -16,10 +17,8 @@ std::condition_variable gCond;
 std::vector<LogLine> gLines;  // guarded by gMutex
 
 void captureLogger(const struct __android_logger_data* data, const char* message) {
-    LogLine line;
-    line.priority = data->priority;
-    line.tag = data->tag ? data->tag : LogCapture::kNullTag;
-    line.text = message ? message : "";
+    LogLine line{data->priority, data->tag ? data->tag : LogCapture::kNullTag,
+                 message ? message : ""};
     if (std::getenv("RUX_TEST_LOG_STDERR") != nullptr)
         std::fprintf(stderr, "%d/%s: %s\n", line.priority, line.tag.c_str(), line.text.c_str());
     {
@@ -58,11 +57,10 @@ std::vector<LogLine> LogCapture::matching(const std::string& needle) const {
 }
 
 LogLine LogCapture::findEndingWith(const std::string& suffix) const {
-    for (auto& l : lines()) {
+    for (auto& l : lines())
         if (l.text.size() >= suffix.size() &&
             l.text.compare(l.text.size() - suffix.size(), suffix.size(), suffix) == 0)
             return l;
-    }
     return LogLine{-1, "", ""};
 }
 
@@ -80,9 +78,9 @@ bool LogCapture::waitFor(const std::function<bool(const std::vector<LogLine>&)>&
 bool LogCapture::waitForText(const std::string& needle, std::chrono::milliseconds timeout) const {
     return waitFor(
         [&](const std::vector<LogLine>& ls) {
-            for (auto& l : ls)
-                if (l.text.find(needle) != std::string::npos) return true;
-            return false;
+            return std::any_of(ls.begin(), ls.end(), [&](const LogLine& l) {
+                return l.text.find(needle) != std::string::npos;
+            });
         },
         timeout);
 }
@@ -95,10 +93,15 @@ MinimumPriority::~MinimumPriority() {
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
 }
 
+std::vector<std::string> LogCapture::rows() const {
+    std::vector<std::string> out;
+    for (auto& l : lines()) out.push_back(std::to_string(l.priority) + "/" + l.tag + ": " + l.text);
+    return out;
+}
+
 std::string LogCapture::dump() const {
     std::string out;
-    for (auto& l : lines())
-        out += std::to_string(l.priority) + "/" + l.tag + ": " + l.text + "\n";
+    for (auto& row : rows()) out += row + "\n";
     return out;
 }
 

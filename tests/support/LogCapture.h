@@ -39,7 +39,8 @@ public:
     bool waitForText(const std::string& needle,
                      std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
-    // All captured lines as "P/tag: text" rows, for failure messages.
+    // All captured lines as "P/tag: text" rows; dump() joins them for failure messages.
+    std::vector<std::string> rows() const;
     std::string dump() const;
 };
 

@@ -5,9 +5,6 @@
 #include <openssl/err.h>
 #include <openssl/obj_mac.h>
 
-#include <string>
-#include <vector>
-
 #include "LogTestSupport.h"
 
 namespace {
@@ -15,14 +12,17 @@ namespace {
 using rux::CryptoUtil;
 using rux::test::Bytes;
 
+using rux::test::bytesOf;
+
 Bytes fromHex(const std::string& hex) {
     Bytes out;
     for (size_t i = 0; i + 1 < hex.size(); i += 2)
         out.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
     return out;
 }
-Bytes bytes(const std::string& s) {
-    return Bytes(s.begin(), s.end());
+Bytes flipped(Bytes b, size_t at, uint8_t mask) {
+    b[at] ^= mask;
+    return b;
 }
 
 TEST(CryptoUtilTest, CreateRsaAcceptsOnlyRsaKeysOfTheRequestedKind) {
@@ -63,21 +63,18 @@ TEST(CryptoUtilTest, SessionHeaderIsTheKeyUnderRsaOaepInA512ByteBuffer) {
     const auto& keys = rux::test::testKeys();
     CryptoUtil writer, reader;
     Bytes aesKey, header, unwrapped;
-    ASSERT_TRUE(writer.initializeRsaEncryption(aesKey, header, bytes(keys.publicPem)));
+    ASSERT_TRUE(writer.initializeRsaEncryption(aesKey, header, bytesOf(keys.publicPem)));
     ASSERT_EQ(aesKey.size(), 32u);
     ASSERT_EQ(header.size(), 512u);
     EXPECT_EQ(Bytes(header.begin() + 128, header.end()), Bytes(384, 0));
     ASSERT_TRUE(reader.createRSA(keys.privatePem, 0));
-    EXPECT_EQ(reader.decryptWithRSAPrivKey(Bytes(header.begin(), header.begin() + 128), unwrapped),
-              32);
+    const Bytes wrapped(header.begin(), header.begin() + 128);
+    EXPECT_EQ(reader.decryptWithRSAPrivKey(wrapped, unwrapped), 32);
     EXPECT_EQ(unwrapped, aesKey);
     Bytes again(512, 0);  // OAEP is randomised: the same key wraps differently each time
     EXPECT_EQ(writer.encryptWithRSAPubKey(aesKey, again), 128);
     EXPECT_NE(again, header);
-    Bytes damaged = header;  // a damaged header does not unwrap
-    damaged[5] ^= 1;
-    EXPECT_EQ(
-        reader.decryptWithRSAPrivKey(Bytes(damaged.begin(), damaged.begin() + 128), unwrapped), -1);
+    EXPECT_EQ(reader.decryptWithRSAPrivKey(flipped(wrapped, 5, 1), unwrapped), -1);  // damaged
     EXPECT_EQ(ERR_peek_error(), 0u);
 
     // Failures: no key at all, and a key OAEP cannot carry 32 bytes under (512 bits),
@@ -85,13 +82,13 @@ TEST(CryptoUtilTest, SessionHeaderIsTheKeyUnderRsaOaepInA512ByteBuffer) {
     CryptoUtil none;
     Bytes out(512);
     header.clear();
-    EXPECT_FALSE(none.initializeRsaEncryption(aesKey, header, bytes("not a key")));
+    EXPECT_FALSE(none.initializeRsaEncryption(aesKey, header, bytesOf("not a key")));
     EXPECT_TRUE(header.empty());
     EXPECT_EQ(none.encryptWithRSAPubKey(Bytes(32, 1), out), -1);
     EXPECT_EQ(none.decryptWithRSAPrivKey(Bytes(128, 1), out), -1);
     std::string privatePem, publicPem;
     ASSERT_TRUE(CryptoUtil::generateRsaKeyPair(512, privatePem, publicPem));
-    EXPECT_TRUE(none.initializeRsaEncryption(aesKey, header, bytes(publicPem)));
+    EXPECT_TRUE(none.initializeRsaEncryption(aesKey, header, bytesOf(publicPem)));
     EXPECT_EQ(aesKey.size(), 32u);
     EXPECT_EQ(header, Bytes(512, 0));
     EXPECT_EQ(ERR_peek_error(), 0u);
@@ -106,7 +103,7 @@ TEST(CryptoUtilTest, KnownAnswers) {
     EXPECT_EQ(tag, fromHex("d0d1c8a799996bf0265b98b5d48ab919"));
     ASSERT_TRUE(crypto.decryptMsg(cipher, Bytes(12, 0), tag, Bytes(32, 0), plain));
     EXPECT_EQ(plain, Bytes(16, 0));
-    ASSERT_TRUE(crypto.sha256(bytes("abc"), digest));
+    ASSERT_TRUE(crypto.sha256(bytesOf("abc"), digest));
     EXPECT_EQ(digest, fromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
     EXPECT_TRUE(crypto.getRandomBytes(random));
     EXPECT_NE(random, Bytes(64, 0));
@@ -116,7 +113,7 @@ TEST(CryptoUtilTest, KnownAnswers) {
 // altered part, and parts of the wrong size before libcrypto sees them.
 TEST(CryptoUtilTest, RecordsDecryptOnlyUnaltered) {
     CryptoUtil crypto;
-    const Bytes key(32, 7), plain = bytes("2025-05-24 13:02:11.045 I RUX : hello");
+    const Bytes key(32, 7), plain = bytesOf("2025-05-24 13:02:11.045 I RUX : hello");
     Bytes cipher, iv, tag, c2, iv2, t2, out;
     ASSERT_TRUE(crypto.encryptMsg2(plain, key, cipher, iv, tag));
     ASSERT_TRUE(crypto.encryptMsg2(plain, key, c2, iv2, t2));
@@ -126,20 +123,19 @@ TEST(CryptoUtilTest, RecordsDecryptOnlyUnaltered) {
     EXPECT_NE(cipher, c2);
     EXPECT_FALSE(crypto.encryptMsg2(plain, Bytes(16), cipher, iv, tag));
     EXPECT_FALSE(crypto.genAESIV(iv2));  // its result means nothing
-    struct Case {
+    const struct {
         Bytes cipher, iv, tag, key;
         const char* says;
     } cases[] = {
-        {cipher, iv, tag, key, "invalid GCM tag"}, {cipher, iv, tag, key, "invalid GCM tag"},
-        {cipher, iv, tag, key, "invalid GCM tag"}, {cipher, iv, tag, key, "invalid GCM tag"},
-        {cipher, Bytes(8), tag, key, "] failed"},  {cipher, iv, Bytes(15), key, "] failed"},
+        {flipped(cipher, 3, 0x01), iv, tag, key, "invalid GCM tag"},
+        {cipher, flipped(iv, 11, 0x80), tag, key, "invalid GCM tag"},
+        {cipher, iv, flipped(tag, 0, 0x10), key, "invalid GCM tag"},
+        {cipher, iv, tag, flipped(key, 31, 0x02), "invalid GCM tag"},
+        {cipher, Bytes(8), tag, key, "] failed"},
+        {cipher, iv, Bytes(15), key, "] failed"},
         {cipher, iv, tag, Bytes(31), "] failed"},
     };
-    cases[0].cipher[3] ^= 0x01;
-    cases[1].iv[11] ^= 0x80;
-    cases[2].tag[0] ^= 0x10;
-    cases[3].key[31] ^= 0x02;
-    for (auto& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
         rux::test::LogCapture capture;
         out = {1};
@@ -180,26 +176,19 @@ TEST(LogFileFormatTest, ConfigurationAndRecordBytes) {
     const auto config = rux::logfile::decodeConfig({8, 7, 6, 5, 4, 3, 2, 1, 7, 'P', 'E', 'M'});
     EXPECT_EQ(config.maxRecordsPerFile, 0x0102030405060708u);
     EXPECT_EQ(config.maxFiles, 7u);
-    EXPECT_EQ(config.publicKeyPem, bytes("PEM"));
+    EXPECT_EQ(config.publicKeyPem, bytesOf("PEM"));
     EXPECT_EQ(rux::logfile::encodeConfig(config),
               (Bytes{8, 7, 6, 5, 4, 3, 2, 1, 7, 'P', 'E', 'M'}));
     EXPECT_TRUE(rux::logfile::decodeConfig(Bytes(8, 0)).publicKeyPem.empty());
-    for (auto [in, out] : {std::pair<uint64_t, uint64_t>{2, 3}, {3, 3}, {7, 7}, {10, 10}, {11, 10}})
+    using P = std::pair<uint64_t, uint64_t>;
+    for (auto [in, out] : {P{2, 3}, P{3, 3}, P{7, 7}, P{10, 10}, P{11, 10}})
         EXPECT_EQ(rux::logfile::clampMaxFiles(in), out) << in;
-    for (auto [in, out] : {std::pair<uint64_t, uint64_t>{2999, 3000},
-                           {3000, 3000},
-                           {12345, 12345},
-                           {30000, 30000},
-                           {30001, 30000}})
+    for (auto [in, out] : {P{2999, 3000}, P{3000, 3000}, P{12345, 12345}, P{30001, 30000}})
         EXPECT_EQ(rux::logfile::clampMaxRecords(in), out) << in;
 
     // A one-character line gives a 31-byte record: L = 12 + 16 + 1, little-endian.
-    Bytes record = rux::logfile::encodeRecord(Bytes(12, 0xAA), Bytes(16, 0xBB), {'x'});
-    Bytes expected = {29, 0};
-    expected.insert(expected.end(), 12, 0xAA);
-    expected.insert(expected.end(), 16, 0xBB);
-    expected.push_back('x');
-    EXPECT_EQ(record, expected);
+    EXPECT_EQ(rux::logfile::encodeRecord(Bytes(12, 0xAA), Bytes(16, 0xBB), {'x'}),
+              fromHex("1d00" + std::string(24, 'a') + std::string(32, 'b') + "78"));
     EXPECT_TRUE(rux::logfile::encodeRecord(Bytes(11), Bytes(16), {'x'}).empty());
     EXPECT_TRUE(rux::logfile::encodeRecord(Bytes(12), Bytes(17), {'x'}).empty());
     EXPECT_TRUE(rux::logfile::encodeRecord(Bytes(12), Bytes(16), Bytes(65508)).empty());
@@ -209,11 +198,11 @@ TEST(LogFileFormatTest, ConfigurationAndRecordBytes) {
 TEST(LogFileFormatTest, ParsingStopsAtEveryTruncationWithTheRightVerdict) {
     using rux::logfile::ParseStatus;
     Bytes file(rux::logfile::kHeaderSize, 0);
-    const Bytes r1 = rux::logfile::encodeRecord(Bytes(12, 1), Bytes(16, 2), bytes("first"));
-    const Bytes r2 = rux::logfile::encodeRecord(Bytes(12, 3), Bytes(16, 4), bytes("second!"));
-    file.insert(file.end(), r1.begin(), r1.end());
-    file.insert(file.end(), r2.begin(), r2.end());
-    const size_t second = rux::logfile::kHeaderSize + r1.size();
+    for (const Bytes& r :
+         {rux::logfile::encodeRecord(Bytes(12, 1), Bytes(16, 2), bytesOf("first")),
+          rux::logfile::encodeRecord(Bytes(12, 3), Bytes(16, 4), bytesOf("second!"))})
+        file.insert(file.end(), r.begin(), r.end());
+    const size_t second = rux::logfile::kHeaderSize + 2 + 28 + 5;
     rux::logfile::Record record;
     for (size_t cut = second; cut <= file.size(); ++cut) {
         const Bytes truncated(file.begin(), file.begin() + static_cast<long>(cut));
@@ -221,7 +210,7 @@ TEST(LogFileFormatTest, ParsingStopsAtEveryTruncationWithTheRightVerdict) {
         ASSERT_EQ(rux::logfile::parseRecord(truncated, rux::logfile::kHeaderSize, record, next),
                   ParseStatus::kOk);
         EXPECT_EQ(next, second);
-        EXPECT_EQ(record.cipher, bytes("first"));
+        EXPECT_EQ(record.cipher, bytesOf("first"));
         const ParseStatus expected = cut == second       ? ParseStatus::kEnd
                                      : cut == second + 1 ? ParseStatus::kTruncatedLength
                                      : cut < file.size() ? ParseStatus::kTruncatedBody

@@ -12,13 +12,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "LogCapture.h"
 #include "event/EventManager.h"
@@ -36,27 +32,26 @@ constexpr auto kDeadline = 10s;
 bool isOpen(int fd) {
     return fcntl(fd, F_GETFD) != -1;
 }
+std::string line(const std::string& fmt, int fd) {
+    char buf[256];
+    snprintf(buf, sizeof(buf), fmt.c_str(), fd);
+    return buf;
+}
 
 // A connected pair; `local` is what the manager watches. Whoever closes an end sets it
 // to -1 here so that nothing is closed twice.
 struct SocketPair {
-    int local = -1;
-    int peer = -1;
+    int local = -1, peer = -1;
     SocketPair() {
         int fds[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds), 0);
-        local = fds[0];
-        peer = fds[1];
+        local = fds[0], peer = fds[1];
     }
     ~SocketPair() {
         if (local >= 0) close(local);
         if (peer >= 0) close(peer);
     }
     void poke() const { ASSERT_EQ(send(peer, "x", 1, MSG_NOSIGNAL), 1); }
-    void closePeer() {
-        close(peer);
-        peer = -1;
-    }
     // True once the manager has closed `local`: the peer reads end-of-file (or a
     // reset, when `local` still held unread data).
     bool peerSeesClose() const {
@@ -73,8 +68,7 @@ struct SocketPair {
 struct Journal {
     std::mutex m;
     std::vector<std::string> entries;
-    std::function<void(int)> onEvent;  // optional extra work inside the event callback
-    std::function<void(int)> onClose;
+    std::function<void(int)> onEvent, onClose;  // optional extra work inside the callbacks
 
     void add(const std::string& s) {
         std::lock_guard<std::mutex> lock(m);
@@ -109,19 +103,12 @@ protected:
     // One loop pass that gives up after the deadline instead of hanging when an
     // expected event never comes.
     void pass() { em_.processEvents(&deadline_); }
-    bool add(const SocketPair& sp, Journal* j = nullptr, bool withClose = false,
-             int events = EPOLLIN) {
+    bool add(const SocketPair& sp, Journal* j = nullptr, bool withClose = false) {
         return em_.addEventHandler(sp.local, Journal::event, j ? j : &journal_,
-                                   withClose ? Journal::closed : nullptr, events);
+                                   withClose ? Journal::closed : nullptr, EPOLLIN);
     }
     void drop(int fd) { em_.removeEventHandler(fd, false, nullptr, nullptr); }
     bool logged(const char* fmt, int fd) { return capture_.contains(line(fmt, fd)); }
-
-    std::string line(const std::string& fmt, int fd) {
-        char buf[256];
-        snprintf(buf, sizeof(buf), fmt.c_str(), fd);
-        return buf;
-    }
 
     LogCapture capture_;
     EventManager em_;
@@ -144,13 +131,8 @@ TEST_F(EventManagerTest, CountsOnlyCallersDescriptorsRefusesASecondAddRunsTimers
     EXPECT_EQ(warn.priority, ANDROID_LOG_WARN) << capture_.dump();
     EXPECT_EQ(warn.tag, LogCapture::kNullTag);
 
-    struct Ctx {
-        static int run(void* self) {
-            static_cast<Journal*>(self)->add("timer");
-            return -1;
-        }
-    };
-    ASSERT_GT(deadline_.addTimedCallback(0, Ctx::run, &journal_), 0);
+    auto timer = [](void* j) { return static_cast<Journal*>(j)->add("timer"), -1; };
+    ASSERT_GT(deadline_.addTimedCallback(0, timer, &journal_), 0);
     a.poke();
     pass();
     EXPECT_EQ(journal_.snapshot(),
@@ -163,11 +145,9 @@ TEST_F(EventManagerTest, CountsOnlyCallersDescriptorsRefusesASecondAddRunsTimers
 // Deferred removal: dispatch stops at once, the closeCallback runs on the caller,
 // and the next pass takes the descriptor out of epoll and closes it as asked.
 TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
-    struct Case {
+    const struct {
         const char* name;
-        bool closeFd;
-        bool withCloseFn;
-        bool expectClosed;
+        bool closeFd, withCloseFn, expectClosed;
     } cases[] = {
         {"kept open", false, false, false},
         {"closed by the manager", true, false, true},
@@ -177,18 +157,12 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
         SCOPED_TRACE(c.name);
         SocketPair sp, tick;
         Journal journal;
-        void* seenCloseData = nullptr;
-        int closeFnCalls = 0;
+        std::vector<void*> closeFnData;
         ASSERT_TRUE(add(sp, &journal, true));
         ASSERT_TRUE(add(tick, &journal));
         sp.poke();
-        em_.removeEventHandler(sp.local, c.closeFd,
-                               c.withCloseFn ? EventManager::CloseFn([&](void* d) {
-                                   ++closeFnCalls;
-                                   seenCloseData = d;
-                               })
-                                             : nullptr,
-                               &journal);
+        EventManager::CloseFn closeFn = [&](void* d) { closeFnData.push_back(d); };
+        em_.removeEventHandler(sp.local, c.closeFd, c.withCloseFn ? closeFn : nullptr, &journal);
         EXPECT_EQ(journal.snapshot(),
                   std::vector<std::string>{"close " + std::to_string(sp.local)});
         EXPECT_FALSE(em_.isApprovedFd(sp.local));
@@ -200,17 +174,13 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
         EXPECT_EQ(journal.snapshot().size(), 2u);
         EXPECT_TRUE(logged("removing %d from epollFd", sp.local)) << capture_.dump();
         EXPECT_EQ(logged("Closed %d", sp.local), c.closeFd);
-        EXPECT_EQ(closeFnCalls, c.withCloseFn ? 1 : 0);
-        if (c.withCloseFn) {
-            EXPECT_EQ(seenCloseData, &journal);
-        }
+        EXPECT_EQ(closeFnData, c.withCloseFn ? std::vector<void*>{&journal} : std::vector<void*>{});
         if (c.expectClosed) {
             EXPECT_TRUE(sp.peerSeesClose());
             sp.local = -1;
         } else {
             EXPECT_TRUE(isOpen(sp.local));
-            // Out of epoll: more data does not wake the loop for it.
-            sp.poke();
+            sp.poke();  // out of epoll: more data does not wake the loop for it
             tick.poke();
             pass();
             EXPECT_EQ(journal.snapshot().size(), 3u);
@@ -251,33 +221,31 @@ TEST_F(EventManagerTest, RemovalsFromInsideACallback) {
 // Hang-up, an event without EPOLLIN, and a handler without a callback all take the
 // immediate-removal path: closeCallback first, then closed by the loop in the same pass.
 TEST_F(EventManagerTest, UnusableDescriptorIsClosedInTheSamePass) {
-    struct Case {
-        const char* name;
+    const struct {
         int events;
-        bool withCallback;
-        bool hangUp;
+        bool withCallback, hangUp;
         const char* expected;
     } cases[] = {
-        {"hang-up", EPOLLIN, true, true, "file descriptor '%d' sent HUP/ERR."},
-        {"no EPOLLIN", EPOLLOUT, true, false,
-         "Unhandled epoll event: EPOLLOUT  [flags 04]. SHOULD NOT HAPPEN"},
-        {"no callback", EPOLLIN, false, false, "no callback registered fd:%d. SHOULD NOT HAPPEN."},
+        {EPOLLIN, true, true, "file descriptor '%d' sent HUP/ERR."},
+        {EPOLLOUT, true, false, "Unhandled epoll event: EPOLLOUT  [flags 04]. SHOULD NOT HAPPEN"},
+        {EPOLLIN, false, false, "no callback registered fd:%d. SHOULD NOT HAPPEN."},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.expected);
         SocketPair sp;
         Journal journal;
         ASSERT_TRUE(em_.addEventHandler(sp.local, c.withCallback ? Journal::event : nullptr,
                                         &journal, Journal::closed, c.events));
-        if (c.hangUp)
-            sp.closePeer();
-        else
+        if (c.hangUp) {
+            close(sp.peer);
+            sp.peer = -1;
+        } else {
             sp.poke();
+        }
         capture_.clear();
         pass();
-
-        const auto err = capture_.findEndingWith(line(c.expected, sp.local));
-        EXPECT_EQ(err.priority, ANDROID_LOG_ERROR) << capture_.dump();
+        EXPECT_EQ(capture_.findEndingWith(line(c.expected, sp.local)).priority, ANDROID_LOG_ERROR)
+            << capture_.dump();
         EXPECT_EQ(journal.snapshot(),
                   std::vector<std::string>{"close " + std::to_string(sp.local)});
         EXPECT_TRUE(logged("Closed %d", sp.local));
@@ -296,9 +264,8 @@ TEST_F(EventManagerTest, CallbacksRunWithoutTheManagersLock) {
                                            // block the callback that started it
     auto probe = [&](const std::string& where) {
         probes.push_back(std::async(std::launch::async, [&] { return em_.getNumRegisteredFds(); }));
-        lockFree.push_back(where + (probes.back().wait_for(kDeadline) == std::future_status::ready
-                                        ? " free"
-                                        : " held"));
+        const bool ready = probes.back().wait_for(kDeadline) == std::future_status::ready;
+        lockFree.push_back(where + (ready ? " free" : " held"));
     };
     journal_.onEvent = [&](int) { probe("event"); };
     journal_.onClose = [&](int) { probe("close"); };
@@ -309,7 +276,8 @@ TEST_F(EventManagerTest, CallbacksRunWithoutTheManagersLock) {
     removed.poke();
     pass();               // event callback
     drop(removed.local);  // closeCallback, caller
-    hungUp.closePeer();
+    close(hungUp.peer);
+    hungUp.peer = -1;
     pass();  // closeCallback on the loop's immediate-removal path
     hungUp.local = -1;
     EXPECT_EQ(lockFree, (std::vector<std::string>{"event free", "close free", "close free"}));
@@ -371,7 +339,6 @@ TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistration) {
     ASSERT_TRUE(add(*first));
     drop(number);
     first.reset();  // the owner closes both ends
-
     SocketPair second;
     ASSERT_EQ(second.local, number) << "the lowest free number is handed out again";
     ASSERT_TRUE(add(second));
@@ -401,23 +368,18 @@ void limitDescriptorsTo(int allowed) {
 
 TEST(EventManagerDeathTest, SetUpFailureEndsTheProcessWithItsLine) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    struct Case {
-        int allowed;
-        const char* line;
-    } cases[] = {
-        {0, "6/\\(null\\): Cannot create epoll instance\n$"},
-        {1, "6/\\(null\\): Cannot create eventfd instance\n$"},
-        {2, "6/\\(null\\): Cannot create removeFd instance\n$"},
-    };
-    for (const auto& c : cases) {
+    int allowed = 0;
+    for (const char* what : {"epoll", "eventfd", "removeFd"}) {
         EXPECT_EXIT(
             {
                 setenv("RUX_TEST_LOG_STDERR", "1", 1);
                 LogCapture capture;
-                limitDescriptorsTo(c.allowed);
+                limitDescriptorsTo(allowed);
                 EventManager em;
             },
-            ::testing::ExitedWithCode(255), c.line);
+            ::testing::ExitedWithCode(255),
+            std::string("6/\\(null\\): Cannot create ") + what + " instance\n$");
+        ++allowed;
     }
 }
 

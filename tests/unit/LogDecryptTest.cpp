@@ -7,9 +7,6 @@
 #include <sys/wait.h>
 
 #include <cstdio>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "LogDecrypt.h"
 #include "LogTestSupport.h"
@@ -31,10 +28,10 @@ Built buildFile() {
     const std::string& pem = rux::test::testKeys().publicPem;
     Built built;
     Bytes key;
-    EXPECT_TRUE(crypto.initializeRsaEncryption(key, built.file, Bytes(pem.begin(), pem.end())));
+    EXPECT_TRUE(crypto.initializeRsaEncryption(key, built.file, rux::test::bytesOf(pem)));
     for (const auto& line : kLines) {
         Bytes cipher, iv, tag;
-        EXPECT_TRUE(crypto.encryptMsg2(Bytes(line.begin(), line.end()), key, cipher, iv, tag));
+        EXPECT_TRUE(crypto.encryptMsg2(rux::test::bytesOf(line), key, cipher, iv, tag));
         built.offsets.push_back(built.file.size());
         const Bytes record = rux::logfile::encodeRecord(iv, tag, cipher);
         built.file.insert(built.file.end(), record.begin(), record.end());

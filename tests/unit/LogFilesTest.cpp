@@ -7,9 +7,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "LogTestSupport.h"
 
@@ -110,7 +107,7 @@ TEST_F(LogFilesTest, FirstFileHoldsTheHeaderAndTheRecordsInOrder) {
     rux::test::writeBytes(dir + "/wrapped",
                           Bytes(file.begin(), file.begin() + rux::test::kWrappedKeySize));
     const std::string& pem = rux::test::testKeys().privatePem;
-    rux::test::writeBytes(dir + "/private.pem", Bytes(pem.begin(), pem.end()));
+    rux::test::writeBytes(dir + "/private.pem", rux::test::bytesOf(pem));
     const std::string command = "openssl pkeyutl -decrypt -inkey " + dir +
                                 "/private.pem -pkeyopt rsa_padding_mode:oaep -in " + dir +
                                 "/wrapped -out " + dir + "/session.key 2>&1";

@@ -7,8 +7,6 @@
 
 #include <climits>
 #include <cstdarg>
-#include <functional>
-#include <string>
 
 #include "LogTestSupport.h"
 #include "log/LogFormat.h"

@@ -4,16 +4,10 @@
 // "decodeBuffer").
 #include <android/log.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <future>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "LogTestSupport.h"
 #include "rux/rux_log.h"
@@ -104,9 +98,11 @@ TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
     EXPECT_EQ(capture_.findEndingWith("init without a tag").priority, 6);
 }
 
-// Buffered, every record waits for a dump (even one nobody else reads now); a
-// non-empty diagnostic command asks for one.
-TEST_F(LogInitTest, BufferedRecordsWaitForADumpWhichACommandRequests) {
+// Buffered, every record waits for a dump (even one nobody else reads now). Release
+// ends the dumper without sending them, and releases without threads leave nothing
+// behind that would stop the next init's dumper; a non-empty diagnostic command, or
+// a crash, asks it for a dump.
+TEST_F(LogInitTest, BufferedRecordsWaitThroughReleaseForTheDumpACommandRequests) {
     rux::platform::setProperty(kLogging, "1");
     Log::getInstance().init("rux");
     for (int i = 0; i < 3; ++i) RUX_LOG(4, "RUX", "held %d", i);
@@ -116,9 +112,15 @@ TEST_F(LogInitTest, BufferedRecordsWaitForADumpWhichACommandRequests) {
         RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "held 3, unread");
     }
     rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
+    const size_t queued = Log::getInstance().queuedRecords();
+    Log::getInstance().release();
+    Log::getInstance().release();
+    EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
     EXPECT_TRUE(diagTexts("held").empty());
     EXPECT_FALSE(capture_.contains("unread"));
+    EXPECT_FALSE(capture_.contains("Dump completed"));
 
+    Log::getInstance().init("rux");
     uint8_t byte = 1;
     ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, &byte, 0));
     ASSERT_TRUE(rux::platform::diagDeliverCommand(18, 137, nullptr, 4));
@@ -134,6 +136,10 @@ TEST_F(LogInitTest, BufferedRecordsWaitForADumpWhichACommandRequests) {
         EXPECT_NE(held[i].find(" RUX : |RUX|LogInitTest::TestBody:"), std::string::npos);
     EXPECT_NE(held[3].find(" D RUX : "), std::string::npos);
     EXPECT_EQ(capture_.findEndingWith("outputlen:64 ").priority, 3);
+    RUX_LOG(4, "RUX", "held 4");
+    Log::getInstance().addDumpRequest(rux::log::CRASH_DETECTED);
+    ASSERT_TRUE(capture_.waitForText("request type: CRASH_DETECTED")) << capture_.dump();
+    EXPECT_EQ(diagTexts("held").size(), 5u);
     Log::getInstance().release();
     EXPECT_EQ(capture_.matching("request type: USER_COMMAND").size(), 1u);
 }
@@ -147,25 +153,6 @@ TEST_F(LogInitTest, TheTimerAsksForADumpEveryPeriod) {
                }) >= 2;
     })) << capture_.dump();
     EXPECT_EQ(capture_.matching("request type: LOGGING_TIMER_EXPIRED")[0].priority, 3);
-}
-
-// Release ends the dumper without sending what is queued; releases without threads
-// leave nothing behind that would stop the next init's dumper, which sends them.
-TEST_F(LogInitTest, ReleaseLeavesQueuedRecordsForTheNextInit) {
-    rux::platform::setProperty(kLogging, "1");
-    Log::getInstance().init("rux");
-    for (int i = 0; i < 5; ++i) RUX_LOG(4, "RUX", "left %d", i);
-    const size_t queued = Log::getInstance().queuedRecords();
-    Log::getInstance().release();
-    Log::getInstance().release();
-    EXPECT_TRUE(diagTexts("left").empty());
-    EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
-    EXPECT_FALSE(capture_.contains("Dump completed"));
-
-    Log::getInstance().init("rux");
-    Log::getInstance().addDumpRequest(rux::log::CRASH_DETECTED);
-    ASSERT_TRUE(capture_.waitForText("request type: CRASH_DETECTED")) << capture_.dump();
-    EXPECT_EQ(diagTexts("left").size(), 5u);
 }
 
 TEST_F(LogInitTest, InitAndReleaseRaceWithLoggersSafely) {
@@ -250,31 +237,10 @@ TEST_F(LogPluginTest, ACompletePluginTakesOverTheConsoleAndDecodesCommands) {
     sendCommand({1, 2, 3});
     EXPECT_TRUE(capture_.contains("Rux-Diag: retVal: 1, size: 3")) << capture_.dump();
     EXPECT_TRUE(capture_.waitForText("Dump completed, request type: USER_COMMAND"));
-}
-
-TEST_F(LogPluginTest, SigusrInterruptsBlockingCallsAndIsLogged) {
-    initWith(plugin("full"));
+    // SIGUSR1 gets a handler without SA_RESTART, so it interrupts blocking calls, and
+    // the timer thread reports it.
     ASSERT_TRUE(sigusr1IsOurs());
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    std::promise<int> result;
-    auto future = result.get_future();
-    std::thread reader([&] {
-        char c;
-        result.set_value(read(fds[0], &c, 1) < 0 ? errno : 0);
-    });
-    // The signal may land before the reader blocks; send it until read gives up.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (future.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready &&
-           std::chrono::steady_clock::now() < deadline)
-        pthread_kill(reader.native_handle(), SIGUSR1);
-    if (future.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-        ASSERT_EQ(write(fds[1], "x", 1), 1);  // unblock before failing
-    }
-    reader.join();
-    EXPECT_EQ(future.get(), EINTR);
-    close(fds[0]);
-    close(fds[1]);
+    raise(SIGUSR1);
     EXPECT_TRUE(capture_.waitForText("Received signal 10")) << capture_.dump();
 }
 

@@ -57,6 +57,10 @@ inline const KeyPair& testKeys() {
     return keys;
 }
 
+inline Bytes bytesOf(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
+
 inline Bytes readBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -71,7 +75,7 @@ inline void writeBytes(const std::string& path, const Bytes& bytes) {
 inline void writeConfig(const std::string& root, uint64_t maxRecords, uint64_t maxFiles,
                         const std::string& publicPem = testKeys().publicPem) {
     std::filesystem::create_directories(root + "/config");
-    rux::logfile::Config config{maxRecords, maxFiles, Bytes(publicPem.begin(), publicPem.end())};
+    rux::logfile::Config config{maxRecords, maxFiles, bytesOf(publicPem)};
     writeBytes(root + "/config/rux_log_config", rux::logfile::encodeConfig(config));
 }
 
