@@ -104,13 +104,11 @@ TEST_F(LogFilesTest, FirstFileHoldsTheHeaderAndTheRecordsInOrder) {
               (std::vector<std::string>{"x", "same", "same"}));
 
     const std::string dir = root_.path();
-    rux::test::writeBytes(dir + "/wrapped",
-                          Bytes(file.begin(), file.begin() + rux::test::kWrappedKeySize));
-    const std::string& pem = rux::test::testKeys().privatePem;
-    rux::test::writeBytes(dir + "/private.pem", rux::test::bytesOf(pem));
-    const std::string command = "openssl pkeyutl -decrypt -inkey " + dir +
-                                "/private.pem -pkeyopt rsa_padding_mode:oaep -in " + dir +
-                                "/wrapped -out " + dir + "/session.key 2>&1";
+    rux::test::writeBytes(dir + "/private.pem",
+                          rux::test::bytesOf(rux::test::testKeys().privatePem));
+    const std::string command =
+        "head -c 128 " + logFile(0) + " | openssl pkeyutl -decrypt -inkey " + dir +
+        "/private.pem -pkeyopt rsa_padding_mode:oaep -out " + dir + "/session.key 2>&1";
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
     EXPECT_EQ(readBytes(dir + "/session.key"), sessionKey(file));
 }
