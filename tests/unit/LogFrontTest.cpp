@@ -79,15 +79,12 @@ TEST(LogRecordTest, LineLayout) {
     EXPECT_EQ(capture.findEndingWith("Unable to obtain valid time").priority, 2);
 }
 
-class LogFrontTest : public ::testing::Test {
+class LogFrontTest : public rux::test::LogSeamsTest {
 protected:
-    void SetUp() override { enableCode(true); }
-    void TearDown() override { rux::platform::diagReset(); }
     static void enableCode(bool on) {
         rux::platform::diagReset();
         rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, on);
     }
-    rux::test::LogCapture capture_;
 };
 
 // Who reads a line decides what is made of it: the Android log (liblog's minimum

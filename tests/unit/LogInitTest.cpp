@@ -59,7 +59,7 @@ TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
         const size_t queued = log.queuedRecords();
         std::string sent;
         for (int level : {3, 4, 6}) {
-            const std::string text = "dmap entry " + std::to_string(level);
+            const std::string text = "dmap entry " + std::to_string((&c - cases) * 10 + level);
             log.dMapLog(level, text);
             if (!diagTexts(" DMAP : " + text).empty()) sent += std::to_string(level);
         }
@@ -67,8 +67,6 @@ TEST_F(LogInitTest, PropertiesSetTheFlagsAndFilterDiagnosticMapRecords) {
         EXPECT_EQ(log.queuedRecords(), queued);
         log.release();
         EXPECT_FALSE(log.initialized());
-        rux::platform::diagReset();
-        rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
     }
     // Without the plug-in's alog these records never reach the Android log.
     EXPECT_FALSE(capture_.contains("dmap entry"));
