@@ -44,8 +44,6 @@ protected:
         mHandled.push_back(*ev);
         mCond.notify_all();
     }
-
-private:
     std::mutex mMutex;
     std::condition_variable mCond;
     std::vector<int> mHandled;
@@ -108,13 +106,10 @@ TEST_F(RuxEventHandlerTest, CountAndQueueStayPairedWhenTheEventfdMisbehaves) {
     writeCount(rec.fd(), UINT64_C(0xfffffffffffffffe));
     capture_.clear();
     rec.post(7);
-    EXPECT_EQ(capture_
-                  .findEndingWith("Error in writing rv: -1, error: Resource temporarily "
-                                  "unavailable, for fd[" +
-                                  std::to_string(rec.fd()) + "]")
-                  .priority,
-              ANDROID_LOG_ERROR)
-        << capture_.dump();
+    const std::string full =
+        "Error in writing rv: -1, error: Resource temporarily unavailable, for fd[" +
+        std::to_string(rec.fd()) + "]";
+    EXPECT_EQ(capture_.findEndingWith(full).priority, ANDROID_LOG_ERROR) << capture_.dump();
     pass();
     EXPECT_EQ(rec.handled(), (std::vector<int>{5, 7}));
 }
