@@ -4,16 +4,19 @@
 // the handshake's rules, run over the same packets, says which RESP packets the client
 // must send and whether the handshake must succeed, with which session id. The first
 // status the client reports must be that outcome.
+#include <dirent.h>
 #include <errno.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <future>
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "FuzzSupport.h"
 #include "ipc/HandshakePacket.h"
@@ -64,10 +67,34 @@ uint32_t word(const Bytes& b, size_t at) {
     return v;
 }
 
+size_t threadCount() {
+    size_t n = 0;
+    if (DIR* tasks = ::opendir("/proc/self/task")) {
+        while (const dirent* e = ::readdir(tasks)) n += e->d_name[0] != '.';
+        ::closedir(tasks);
+    }
+    return n;
+}
+
+// The session's receiver thread is detached: it may still hold its share of the
+// receiver count for a moment after the session is gone. The input ends only when the
+// thread has, so the leak check between inputs never sees that share. A thread that
+// stays for good (none today) raises the baseline after one wait.
+void awaitThreads(size_t baseline) {
+    static size_t settled = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    size_t now;
+    while ((now = threadCount()) > std::max(baseline, settled) &&
+           std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    settled = std::max(settled, now);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     rux::fuzz::Input input{data, size};
+    const size_t threads = threadCount();
     const int listening = listener();  // before the client's one connect attempt
     ConnectOptions options;
     options.socketPath = kPath;
@@ -118,5 +145,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (success) FUZZ_CHECK(session->sessionId() == offered);
     session.reset();
     ::close(peer);
+    awaitThreads(threads);
     return 0;
 }
