@@ -39,13 +39,12 @@ void expectRun(Subprocess& p, int exitStatus, const Lines& out, const std::strin
 
 struct Row {
     const char* command;
-    const char* json;     // on stdin; a record file /dev/stdin is read as a file, - as stdin
-    const char* simSees;  // as rux-sim logs the request (a record's: to its values); nullptr: none
-    int exitStatus;
-    const char* printed;  // the one line on stdout; with exit status 2, how stderr starts
+    const char* simSees;  // as rux-sim logs the request (a record's: its first values); nullptr: none
+    const char* printed = nullptr;  // the one line on stdout (nullptr: a plain success); with
+    int exitStatus = 0;             // exit status 2, how stderr starts
+    const char* json = "";  // on stdin; a record file /dev/stdin is read as a file, - as stdin
 };
 
-#define OK(request) request " tid=3 status=RUX_STATUS_SUCCESS"
 #define OK_V2(request) request " tid=3 status=RUX_STATUS_V2_SUCCESS"
 
 // Answers other than the simulator's default, for the rows below.
@@ -58,58 +57,49 @@ const char* const kSimSetup[] = {"value hst-state HST_STATE_SET",
 
 // clang-format off
 const Row kRows[] = {
-    {"set-hst-state HST_STATE_SET", "", "SET_HST_STATE_REQ {hst_state: HST_STATE_SET}", 0, OK("set-hst-state")},
-    {"get-hst-state", "", "GET_HST_STATE_REQ {}", 0, OK("get-hst-state") " state=RUX_HST_STATE_SET"},
-    {"set-coverage-state second 1", "", "SET_COVERAGE_STATE_REQ {slot_id: SLOT_ID_SECOND, coverage_state: "
-     "COVERAGE_STATE_IN_COVERAGE_HOLE}", 1, "set-coverage-state tid=3 status=RUX_STATUS_NOT_SUPPORTED"},
-    {"set-out-of-service-state RUX_SLOT_ID_THIRD normal", "",
-     "SET_OUT_OF_SERVICE_REQ {slot_id: SLOT_ID_THIRD, scan_state: NORMAL}", 0, OK("set-out-of-service-state")},
-    {"set-l2nr-selection 0", "", "SET_L2NR_SELECTION_REQ {slot_id: SLOT_ID_FIRST}", 0, OK("set-l2nr-selection")},
-    {"enable-cell-barring-feature first off", "", "ENABLE_CELL_BARRING_FEATURE_REQ {slot_id: SLOT_ID_FIRST, "
-     "enable: false}", 0, OK("enable-cell-barring-feature")},
-    {"set-cell-barring-info first", R"({"value": 7, "lte_cells": [{"mcc": 310}], "nr_cells": [{}]})",
-     "SET_CELL_BARRING_INFO_REQ {slot_id: SLOT_ID_FIRST, param: 7, lte_cell_list: [{plmn: {mcc: 310,", 0,
-     OK("set-cell-barring-info")},
+    {"set-hst-state HST_STATE_SET", "SET_HST_STATE_REQ {hst_state: HST_STATE_SET}"},
+    {"get-hst-state", "GET_HST_STATE_REQ {}", "get-hst-state tid=3 status=RUX_STATUS_SUCCESS state=RUX_HST_STATE_SET"},
+    {"set-coverage-state second 1", "SET_COVERAGE_STATE_REQ {slot_id: SLOT_ID_SECOND, coverage_state: "
+     "COVERAGE_STATE_IN_COVERAGE_HOLE}", "set-coverage-state tid=3 status=RUX_STATUS_NOT_SUPPORTED", 1},
+    {"set-out-of-service-state RUX_SLOT_ID_THIRD normal", "SET_OUT_OF_SERVICE_REQ {slot_id: SLOT_ID_THIRD, scan_state: NORMAL}"},
+    {"set-l2nr-selection 0", "SET_L2NR_SELECTION_REQ {slot_id: SLOT_ID_FIRST}"},
+    {"enable-cell-barring-feature first off", "ENABLE_CELL_BARRING_FEATURE_REQ {slot_id: SLOT_ID_FIRST, enable: false}"},
+    {"set-cell-barring-info first", "SET_CELL_BARRING_INFO_REQ {slot_id: SLOT_ID_FIRST, param: 7, lte_cell_list: [{plmn: "
+     "{mcc: 310,", nullptr, 0, R"({"value": 7, "lte_cells": [{"mcc": 310}], "nr_cells": [{}]})"},
     // Thresholds left out are -1, "no value".
-    {"set-data-stall-parameters second /dev/stdin", R"({"traffic_direction": "DOWNLINK", "param1": 5})",
-     "SEND_DATA_STALL_PARAMETERS_REQ {slot_id: SLOT_ID_SECOND, params: {traffic_direction: DOWNLINK, "
-     "flag: false, application_type: UNSPECIFIED, param1: 5, param2: -1, param3: -1, param4: -1}}", 0,
-     OK("set-data-stall-parameters")},
-    {"set-lte-dubious-cell-array third", R"([{"mcc": 101}])", "SET_LTE_DUBIOUS_CELL_LIST_REQ {slot_id: "
-     "SLOT_ID_THIRD, lte_cell_list: [{plmn: {mcc: 101,", 0, OK("set-lte-dubious-cell-array")},
-    {"set-nr-dubious-cell-array first", R"([{"mcc": 102}])", "SET_NR_DUBIOUS_CELL_LIST_REQ {slot_id: "
-     "SLOT_ID_FIRST, nr_cell_list: [{plmn: {mcc: 102,", 0, OK("set-nr-dubious-cell-array")},
-    {"set-preferred-cell-list second -", R"({"value": 9, "cells": [{"cell_info": {"plmn": {"mcc": 3}}}]})",
-     "SET_PREFERRED_CELL_LIST_REQ {slot_id: SLOT_ID_SECOND, param: 9, cell_list: [{cell_info: {plmn: {mcc: 3,",
-     0, OK("set-preferred-cell-list")},
-    {"set-flight-mode-state landing", "", "SET_FLIGHT_MODE_STATE_REQ {flight_mode_state: "
-     "FLIGHT_MODE_STATE_LANDING}", 0, OK("set-flight-mode-state")},
-    {"set-device-fold-state DEVICE_FOLD_STATE_OPEN", "", "SET_DEVICE_FOLD_STATE_REQ {device_fold_state: "
-     "DEVICE_FOLD_STATE_OPEN}", 0, OK("set-device-fold-state")},
-    {"set-subway-state in_carriage", "", "SET_SUBWAY_STATE_REQ {subway_state: SUBWAY_STATE_IN_CARRIAGE}", 1,
-     "set-subway-state tid=3 status=RUX_STATUS_INVALID"},
-    {"--json get-dppd-capability", "", "GET_DPPD_CAPABILITY_REQ {}", 0,
+    {"set-data-stall-parameters second /dev/stdin", "SEND_DATA_STALL_PARAMETERS_REQ {slot_id: SLOT_ID_SECOND, params: "
+     "{traffic_direction: DOWNLINK, flag: false, application_type: UNSPECIFIED, param1: 5, param2: -1, param3: -1, "
+     "param4: -1}}", nullptr, 0, R"({"traffic_direction": "DOWNLINK", "param1": 5})"},
+    {"set-lte-dubious-cell-array third", "SET_LTE_DUBIOUS_CELL_LIST_REQ {slot_id: SLOT_ID_THIRD, lte_cell_list: [{plmn: "
+     "{mcc: 101,", nullptr, 0, R"([{"mcc": 101}])"},
+    {"set-nr-dubious-cell-array first", "SET_NR_DUBIOUS_CELL_LIST_REQ {slot_id: SLOT_ID_FIRST, nr_cell_list: [{plmn: "
+     "{mcc: 102,", nullptr, 0, R"([{"mcc": 102}])"},
+    {"set-preferred-cell-list second -", "SET_PREFERRED_CELL_LIST_REQ {slot_id: SLOT_ID_SECOND, param: 9, cell_list: "
+     "[{cell_info: {plmn: {mcc: 3,", nullptr, 0, R"({"value": 9, "cells": [{"cell_info": {"plmn": {"mcc": 3}}}]})"},
+    {"set-flight-mode-state landing", "SET_FLIGHT_MODE_STATE_REQ {flight_mode_state: FLIGHT_MODE_STATE_LANDING}"},
+    {"set-device-fold-state DEVICE_FOLD_STATE_OPEN", "SET_DEVICE_FOLD_STATE_REQ {device_fold_state: DEVICE_FOLD_STATE_OPEN}"},
+    {"set-subway-state in_carriage", "SET_SUBWAY_STATE_REQ {subway_state: SUBWAY_STATE_IN_CARRIAGE}",
+     "set-subway-state tid=3 status=RUX_STATUS_INVALID", 1},
+    {"--json get-dppd-capability", "GET_DPPD_CAPABILITY_REQ {}",
      R"({"request":"get-dppd-capability","tid":3,"status":"RUX_STATUS_SUCCESS","flag":false})"},
-    {"update-dppd-ui-option true", "", "UPDATE_DPPD_UI_REQ {ui_option_enabled: true}", 0,
-     OK("update-dppd-ui-option") " flag=true"},
-    {"get-dppd-recommendation", "", "GET_DPPD_RECOMMENDATION_REQ {}", 0,
-     OK("get-dppd-recommendation") " action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS"},
+    {"update-dppd-ui-option true", "UPDATE_DPPD_UI_REQ {ui_option_enabled: true}",
+     "update-dppd-ui-option tid=3 status=RUX_STATUS_SUCCESS flag=true"},
+    {"get-dppd-recommendation", "GET_DPPD_RECOMMENDATION_REQ {}", "get-dppd-recommendation tid=3 "
+     "status=RUX_STATUS_SUCCESS action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS"},
     // The values are printed whatever the status.
-    {"get-multi-sim-submode-info --json", "", "GET_MULTI_SUM_SUBMODE_INFO_REQ {}", 1,
+    {"get-multi-sim-submode-info --json", "GET_MULTI_SUM_SUBMODE_INFO_REQ {}",
      R"({"request":"get-multi-sim-submode-info","tid":3,"status":"RUX_STATUS_INTERNAL_ERR",)"
-     R"("sub_mode":"RUX_SUBMODE_DSDA","tx_concurrency":"RUX_TX_CONCURRENCY_FULL"})"},
+     R"("sub_mode":"RUX_SUBMODE_DSDA","tx_concurrency":"RUX_TX_CONCURRENCY_FULL"})", 1},
     // Bad usage, found before connecting: the next request's session number shows none came.
-    {"set-nothing 1", "", nullptr, 2, "ruxctl: unknown request 'set-nothing' (ruxctl --help lists"},
-    {"set-hst-state HALF_SET", "", nullptr, 2, "ruxctl: STATE: unknown value 'HALF_SET' (one of "
-     "HST_STATE_UNKNOWN, HST_STATE_SET, HST_STATE_NOT_SET, or a number)"},
-    {"set-cell-list-info", R"({"flag": )", nullptr, 2, "ruxctl: set-cell-list-info: stdin: not JSON: "},
-    {"watch --cell-list /nonexistent.json", "", nullptr, 2, "ruxctl: watch: /nonexistent.json: cannot read"},
-    {"set-cell-list-info", R"({"mitigation_type": "INFO", "lte_cell_list": [{"param1": 2}]})",
-     "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_INFO, flag: false, lte_cell_list: [{cell_info: ", 0,
-     OK_V2("set-cell-list-info")},
-    {"set-dubious-cell-array-v2", R"({"slot": "second", "lte_cell_list": [{"plmn": {"mcc": 4}}]})",
-     "SET_DUBIOUS_LIST_V2_REQ {slot_id: SLOT_ID_SECOND, lte_list_valid: true, lte_cell_list: [{plmn: {mcc: 4,",
-     0, OK_V2("set-dubious-cell-array-v2")},
+    {"set-nothing 1", nullptr, "ruxctl: unknown request 'set-nothing' (ruxctl --help lists", 2},
+    {"set-hst-state HALF_SET", nullptr, "ruxctl: STATE: unknown value 'HALF_SET' (one of HST_STATE_UNKNOWN, "
+     "HST_STATE_SET, HST_STATE_NOT_SET, or a number)", 2},
+    {"set-cell-list-info", nullptr, "ruxctl: set-cell-list-info: stdin: not JSON: ", 2, R"({"flag": )"},
+    {"watch --cell-list /nonexistent.json", nullptr, "ruxctl: watch: /nonexistent.json: cannot read", 2},
+    {"set-cell-list-info", "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_INFO, flag: false, lte_cell_list: [{",
+     OK_V2("set-cell-list-info"), 0, R"({"mitigation_type": "INFO", "lte_cell_list": [{"param1": 2}]})"},
+    {"set-dubious-cell-array-v2", "SET_DUBIOUS_LIST_V2_REQ {slot_id: SLOT_ID_SECOND, lte_list_valid: true, lte_cell_list: "
+     "[{plmn: {mcc: 4,", OK_V2("set-dubious-cell-array-v2"), 0, R"({"slot": "second", "lte_cell_list": [{"plmn": {"mcc": 4}}]})"},
 };
 // clang-format on
 
@@ -129,9 +119,11 @@ TEST(RuxctlE2E, EverySubcommandReachesTheServiceAndPrintsTheAnswer) {
     int sessions = 0;
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.command);
+        const std::string command = row.command, printed = row.printed ? row.printed
+            : command.substr(0, command.find(' ')) + " tid=3 status=RUX_STATUS_SUCCESS";
         const bool usage = row.exitStatus == 2;
-        expectRun(*start(row.command, row.json), row.exitStatus,
-                  usage ? Lines{} : Lines{row.printed}, usage ? row.printed : "");
+        expectRun(*start(command, row.json), row.exitStatus, usage ? Lines{} : Lines{printed},
+                  usage ? printed : "");
         if (!row.simSees) continue;
         const std::string sees =
             "request session=" + std::to_string(++sessions) + " tid=3 " + row.simSees;

@@ -21,10 +21,13 @@
 namespace rux::test {
 namespace {
 
-// The library's own client end of the transport (handshake and frames), sending blobs.
+// The library's own client end of the transport (handshake and frames), sending blobs;
+// unthreaded, it has connected (or given up) once constructed.
 struct SimClient {
     explicit SimClient(const std::string& path)
-        : session(ipc::PROCESS_ID_CLIENT_101, false, options(path)) {}
+        : session(ipc::PROCESS_ID_CLIENT_101, false, options(path)) {
+        session.connectToServer([this](bool isUp) { up = isUp; });
+    }
     ~SimClient() { session.cleanup(); }
     static ipc::ConnectOptions options(const std::string& path) {
         ipc::ConnectOptions o;
@@ -32,10 +35,6 @@ struct SimClient {
         o.maxAttempts = 3;
         o.retryDelay = std::chrono::milliseconds(20);
         return o;
-    }
-    bool connect() {  // inline for an unthreaded session
-        session.connectToServer([this](bool isUp) { up = isUp; });
-        return up;
     }
     void send(const std::string& bytes) {
         session.send(std::make_shared<ipc::SendBlobMessage>(
@@ -141,7 +140,7 @@ TEST(SimTest, EachControlLineRepliesAndActs) {
     SimProcess sim(path, {"--control-socket", control, "--status", "GET_HST_STATE_REQ=4"});
     ASSERT_TRUE(sim.ready()) << sim.dump();
     SimClient client(path);
-    ASSERT_TRUE(client.connect()) << sim.dump();
+    ASSERT_TRUE(client.up) << sim.dump();
     size_t replies = 0;
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.line ? row.line : row.request);
@@ -159,12 +158,12 @@ TEST(SimTest, EachControlLineRepliesAndActs) {
 
     // Refusing, nothing listens on the path, yet a second simulator finds it served.
     ASSERT_EQ(sim.command("refuse on"), "ok");
-    EXPECT_FALSE(SimClient(path).connect());
+    EXPECT_FALSE(SimClient(path).up);
     expectServedBy(path, "another rux-sim (pid " + std::to_string(sim.pid()) + ")");
     ASSERT_EQ(sim.command("refuse off"), "ok");
     EXPECT_EQ(sim.command("drop"), "ok dropped=1");
     EXPECT_TRUE(sim.waitForLine("disconnected session=1")) << sim.dump();
-    EXPECT_TRUE(SimClient(path).connect()) << sim.dump();
+    EXPECT_TRUE(SimClient(path).up) << sim.dump();
     // The control socket takes the same lines and answers on the connection.
     const int fd = connectOrListen(control, false);
     char reply[16] = {};
