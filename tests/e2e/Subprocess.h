@@ -1,11 +1,8 @@
 // Subprocess: a program run by a test in the test's environment, with a pipe to its stdin
 // and its stdout collected line by line by a reader thread, which reaps the process once
-// the output ends. Its stderr is the test's (the library's Android log lines show up in
-// the test output) unless merged into stdout or captured. Every wait is on an event (a new
-// line, the exit) with a deadline.
-//
-// SimProcess: rux-sim as a real subprocess on a private socket path, driven through its
-// control lines on stdin (--stdin); its readable event log is its stdout.
+// the output ends. Every wait is on an event (a new line, the exit) with a deadline.
+// SimProcess: rux-sim on a private socket path, driven through its control lines on stdin;
+// its readable event log is its stdout.
 #pragma once
 
 #include <sys/types.h>
@@ -26,7 +23,8 @@ constexpr std::chrono::seconds kDeadline{20};
 
 class Subprocess {
 public:
-    // Inherit: the test's stderr; Merge: into the stdout lines; Capture: errorLines().
+    // Inherit: the test's (the library's log lines show up in the test output); Merge: into
+    // the stdout lines; Capture: errorLines().
     enum class Stderr { Inherit, Merge, Capture };
     explicit Subprocess(const std::vector<std::string>& argv, Stderr stderrMode = Stderr::Inherit);
     // Closes stdin and waits for the exit; a process still running at the deadline is killed.
@@ -36,13 +34,13 @@ public:
 
     bool started() const { return mPid > 0; }
     pid_t pid() const { return mPid; }
-    Subprocess& process() { return *this; }
+    Subprocess& process() { return *this; }  // for tests written against a SimProcess member
 
     bool writeLine(const std::string& line);
     void closeStdin();
 
     std::vector<std::string> lines() const;
-    // Waits until `predicate` holds over the lines so far (false once the output ended).
+    // Waits until `predicate` holds over the lines so far (false once the process ended).
     bool waitFor(const std::function<bool(const std::vector<std::string>&)>& predicate) const;
     // Waits for `n` lines containing `needle`.
     bool waitForCount(const std::string& needle, size_t n) const;
@@ -78,14 +76,12 @@ public:
     bool ready() const { return mReady; }
     // One control line; the reply ("ok ..." or "error: ..."), or "" at the deadline.
     std::string command(const std::string& line);
-    // SIGKILL, as a crashing service; returns once the process is gone.
-    void crash();
+    void crash();  // SIGKILL, as a crashing service; returns once the process is gone
 
     static bool isReply(const std::string& line);
     // A socket path unique to this process and call: /tmp/rux-e2e-<pid>-<n>-<name>.sock
     static std::string uniqueSocketPath(const std::string& name);
-    // The rux-sim program, for tests that start one themselves.
-    static std::string binary();
+    static std::string binary();  // for tests that start one themselves
 
 private:
     bool mReady = false;

@@ -1,7 +1,6 @@
-// The receiver loop over a socket pair: the input is written to the peer's end, which then
-// closes. The frames delivered must be exactly those the bytes carry, in order, headers
-// and payloads, up to where the bytes stop making a frame (cut short, or announcing more
-// than the receive limit).
+// The receiver loop over a socket pair whose peer end writes the input and closes. The
+// frames delivered, headers and payloads, must be exactly those the bytes carry, in order,
+// up to where the bytes stop making a frame (cut short, or longer than the receive limit).
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,31 +14,15 @@ namespace {
 
 using namespace rux::ipc;
 using Bytes = std::vector<uint8_t>;
-using Frame = std::pair<Bytes, Bytes>;  // header, payload
+using Frames = std::vector<std::pair<Bytes, Bytes>>;  // header, payload
 
 struct Recorder : ProcessHandler {
     void handleFrame(const ipcMsg_t& header, Bytes payload) override {
         const auto* h = reinterpret_cast<const uint8_t*>(&header);
         frames.emplace_back(Bytes(h, h + kIpcHeaderSize), std::move(payload));
     }
-    std::vector<Frame> frames;
+    Frames frames;
 };
-
-// The frames in `bytes`, read independently of the receiver.
-std::vector<Frame> framesIn(const Bytes& bytes) {
-    std::vector<Frame> out;
-    for (size_t at = 0; bytes.size() - at >= kIpcHeaderSize;) {
-        ipcMsg_t header{};
-        decodeFrameHeader(bytes.data() + at, kIpcHeaderSize, header);
-        const auto body = bytes.begin() + static_cast<long>(at + kIpcHeaderSize);
-        if (header.length > kMaxReceivedPayload || header.length > size_t(bytes.end() - body))
-            break;
-        out.emplace_back(Bytes(bytes.begin() + static_cast<long>(at), body),
-                         Bytes(body, body + static_cast<long>(header.length)));
-        at += kIpcHeaderSize + header.length;
-    }
-    return out;
-}
 
 }  // namespace
 
@@ -54,6 +37,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ipcReceiver(fds[0], recorder);
     ::close(fds[0]);
     ::close(fds[1]);
-    FUZZ_CHECK(recorder.frames == framesIn(Bytes(data, data + sent)));
+    // The frames in the bytes sent, read independently of the receiver.
+    Frames expected;
+    for (const uint8_t *at = data, *end = data + sent; end - at >= long{kIpcHeaderSize};) {
+        ipcMsg_t header{};
+        decodeFrameHeader(at, kIpcHeaderSize, header);
+        const uint8_t* body = at + kIpcHeaderSize;
+        if (header.length > kMaxReceivedPayload || header.length > size_t(end - body)) break;
+        expected.emplace_back(Bytes(at, body), Bytes(body, body + header.length));
+        at = body + header.length;
+    }
+    FUZZ_CHECK(recorder.frames == expected);
     return 0;
 }

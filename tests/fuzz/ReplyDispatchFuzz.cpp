@@ -1,11 +1,12 @@
 // The reply dispatcher (MavoClient::blobListener) fed one ServiceMsg blob per input, with a
 // completion callback of every kind stored (tids 1, 3, ..., 11), the fallback and every
-// indication callback installed, so that each of the 27 events can reach a callback.
-// Each callback checks the values it is given; after the call, what was called is checked
-// against what the blob asks for (read here): one call at most, to the callback of its
-// event's kind, with the reply's id, and an entry consumed only by a reply of its kind.
+// indication callback installed. Each callback checks the values it is given; after the
+// call, what was called is checked against what the blob asks for (read here): one call at
+// most, to the callback of its event's kind, with the reply's id, and an entry consumed
+// only by a reply of its kind.
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "FuzzSupport.h"
 #include "client/MavoClient.h"
@@ -19,18 +20,13 @@ enum Kind {
 };
 // The callback each service event reaches, by event id 0..26.
 constexpr Kind kEventKind[27] = {
-    kPlain,    kPlain,    kGetHst,   kHstInd,     kPlain,       kPlain,    kPlain,
-    kPlain,    kPlain,    kPlain,    kPlain,      kStatusInd,   kDppdFlag, kDppdFlag,
-    kDppdCapInd, kDppdRec, kDppdRecInd, kSubmode, kSubmodeInd,  kPlain,    kPlain,
-    kPlain,    kV2,       kCellListInd, kPlain,   kSubwayInd,   kV2};
+    kPlain, kPlain, kGetHst, kHstInd, kPlain, kPlain, kPlain, kPlain, kPlain, kPlain, kPlain,
+    kStatusInd, kDppdFlag, kDppdFlag, kDppdCapInd, kDppdRec, kDppdRecInd, kSubmode, kSubmodeInd,
+    kPlain, kPlain, kPlain, kV2, kCellListInd, kPlain, kSubwayInd, kV2};
 // The stored completion of each kind, tid 2k + 1 holding kStored[k].
 constexpr Kind kStored[] = {kPlain, kGetHst, kDppdFlag, kDppdRec, kSubmode, kV2};
 
-struct Call {
-    Kind kind;
-    long tid;
-};
-std::vector<Call> gCalls;  // one thread: the dispatcher calls back on its caller's
+std::vector<std::pair<Kind, long>> gCalls;  // the dispatcher calls back on its caller's thread
 
 bool in(long v, long lo, long hi) { return v >= lo && v <= hi; }
 bool isBool(const void* b) {  // a bool holds 0 or 1, nothing else
@@ -39,6 +35,7 @@ bool isBool(const void* b) {  // a bool holds 0 or 1, nothing else
     return raw <= 1;
 }
 bool status(status_e s) { return in(s, RUX_STATUS_INVALID, RUX_STATUS_INVALID_SLOT); }
+bool hst(hst_state_e s) { return in(s, RUX_HST_STATE_UNKNOWN, RUX_HST_STATE_NOT_SET); }
 bool recommendation(const data_recommendation_s* r) {
     return r != nullptr && in(r->action, RUX_DATA_ALLOWED, RUX_DATA_NOT_ALLOWED) &&
            in(r->subscription, RUX_SUBS_DDS, RUX_SUBS_NDDS);
@@ -61,47 +58,43 @@ bool feedback(uint8_t len, const cell_list_feedback_entry_s* cells) {
 
 void record(Kind kind, long tid, bool valuesInRange) {
     FUZZ_CHECK(valuesInRange);
-    gCalls.push_back({kind, tid});
+    gCalls.emplace_back(kind, tid);
 }
 
 std::shared_ptr<rux::client::MavoClient> clientWithEveryCallback() {
-    auto client = std::make_shared<rux::client::MavoClient>();
-    client->setUserCallback(1, +[](int tid, status_e s) { record(kPlain, tid, status(s)); });
-    client->setUserCallback(3, +[](int tid, status_e s, hst_state_e st) {
-        record(kGetHst, tid, status(s) && in(st, RUX_HST_STATE_UNKNOWN, RUX_HST_STATE_NOT_SET));
+    auto c = std::make_shared<rux::client::MavoClient>();
+    c->setUserCallback(1, +[](int tid, status_e s) { record(kPlain, tid, status(s)); });
+    c->setUserCallback(3, +[](int tid, status_e s, hst_state_e st) {
+        record(kGetHst, tid, status(s) && hst(st));
     });
-    client->setUserCallback(5, +[](int tid, status_e s, bool* flag) {
+    c->setUserCallback(5, +[](int tid, status_e s, bool* flag) {
         record(kDppdFlag, tid, s == RUX_STATUS_SUCCESS && isBool(flag));
     });
-    client->setUserCallback(7, +[](int tid, status_e s, data_recommendation_s* r) {
+    c->setUserCallback(7, +[](int tid, status_e s, data_recommendation_s* r) {
         record(kDppdRec, tid, s == RUX_STATUS_SUCCESS && recommendation(r));
     });
-    client->setUserCallback(9, +[](int tid, status_e s, submode_info_s const* i) {
+    c->setUserCallback(9, +[](int tid, status_e s, submode_info_s const* i) {
         record(kSubmode, tid, status(s) && submode(i));
     });
-    client->setUserCallback(11, +[](long tid, status_v2_e s) {
+    c->setUserCallback(11, +[](long tid, status_v2_e s) {
         record(kV2, tid, in(s, RUX_STATUS_V2_INVALID_SLOT, RUX_STATUS_V2_SUCCESS) && s != -6);
     });
-    client->offerFallbackCallback([](int tid, status_e s) { record(kFallback, tid, status(s)); });
-    client->setServiceStatusCallback([](status_e s) { record(kStatusInd, 0, status(s)); });
-    client->setHstStateIndCallback([](hst_state_e st) {
-        record(kHstInd, 0, in(st, RUX_HST_STATE_UNKNOWN, RUX_HST_STATE_NOT_SET));
-    });
-    client->setSubwayStateIndCallback([](rux_subway_state_e st) {
+    c->offerFallbackCallback([](int tid, status_e s) { record(kFallback, tid, status(s)); });
+    c->setServiceStatusCallback([](status_e s) { record(kStatusInd, 0, status(s)); });
+    c->setHstStateIndCallback([](hst_state_e st) { record(kHstInd, 0, hst(st)); });
+    c->setSubwayStateIndCallback([](rux_subway_state_e st) {
         record(kSubwayInd, 0, in(st, RUX_SUBWAY_STATE_UNKNOWN, RUX_SUBWAY_STATE_OUT_SUBWAY));
     });
-    client->setDppdIndCallbacks(
-        [](bool capable) { record(kDppdCapInd, 0, isBool(&capable)); },
-        [](data_recommendation_s r) { record(kDppdRecInd, 0, recommendation(&r)); });
-    client->setMultiSimIndCallback(
-        [](submode_info_s const* i) { record(kSubmodeInd, 0, submode(i)); });
-    client->setCellListIndCallback([](cell_list_info_ind_s r) {
+    c->setDppdIndCallbacks([](bool capable) { record(kDppdCapInd, 0, isBool(&capable)); },
+                           [](data_recommendation_s r) { record(kDppdRecInd, 0, recommendation(&r)); });
+    c->setMultiSimIndCallback([](submode_info_s const* i) { record(kSubmodeInd, 0, submode(i)); });
+    c->setCellListIndCallback([](cell_list_info_ind_s r) {
         record(kCellListInd, 0,
                in(r.mitigation_type, RUX_CELL_MITIGATION_PREFERRED, RUX_CELL_MITIGATION_INFO) &&
                    feedback(r.lte_cell_list_len, r.lte_cell_list) &&
                    feedback(r.nr_cell_list_len, r.nr_cell_list));
     });
-    return client;
+    return c;
 }
 
 }  // namespace
@@ -123,8 +116,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     client->blobListener(rux::sdk::SdkClientBase::RESPONSE, blob);
 
     FUZZ_CHECK(gCalls.size() == (expected == kNone ? 0u : 1u));
-    FUZZ_CHECK(expected == kNone || gCalls[0].kind == expected);
-    FUZZ_CHECK(expected == kNone || expected >= kHstInd || gCalls[0].tid == tid);
+    FUZZ_CHECK(expected == kNone || gCalls[0].first == expected);
+    FUZZ_CHECK(expected == kNone || expected >= kHstInd || gCalls[0].second == tid);
     const bool consumed = expected != kNone && expected == stored;
     FUZZ_CHECK(client->pendingCallbacks() == std::size(kStored) - (consumed ? 1 : 0));
     return 0;
