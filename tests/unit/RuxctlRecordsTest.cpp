@@ -15,14 +15,12 @@ namespace {
 using namespace ruxctl;
 using Bytes = std::vector<uint8_t>;
 
+// The bytes of `count` objects at `data`, appended to `to`.
 template <typename T>
-Bytes bytesOf(const T* data, size_t count = 1) {
+Bytes bytesOf(const T* data, size_t count = 1, Bytes to = {}) {
     const auto* p = reinterpret_cast<const uint8_t*>(data);
-    return Bytes(p, p + count * sizeof(T));
-}
-Bytes operator+(Bytes a, const Bytes& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+    to.insert(to.end(), p, p + count * sizeof(T));
+    return to;
 }
 
 // The converters under test, each giving the bytes the library would read.
@@ -37,7 +35,7 @@ Bytes withLists(R& r, const A*& a, const std::vector<A>& as, const B*& b,
     EXPECT_TRUE(a == (as.empty() ? nullptr : as.data()) && b == (bs.empty() ? nullptr : bs.data()));
     a = nullptr;
     b = nullptr;
-    return bytesOf(&r) + bytesOf(as.data(), as.size()) + bytesOf(bs.data(), bs.size());
+    return bytesOf(bs.data(), bs.size(), bytesOf(as.data(), as.size(), bytesOf(&r)));
 }
 const Convert kBarring = [](const Json& j) {
     const auto r = cellBarringInfoFromJson(j);
@@ -122,10 +120,10 @@ TEST(RecordsTest, SetExactlyTheFieldsGivenOrNameTheFieldInError) {
                 for (int64_t b = 0; b < width; ++b)
                     want.at(offset + b) =
                         static_cast<uint8_t>(static_cast<uint64_t>(value) >> (8 * b));
-            const auto at = std::mismatch(got.begin(), got.end(), want.begin(), want.end());
-            EXPECT_TRUE(at.first == got.end() && at.second == want.end())
-                << "sizes " << got.size() << ", " << want.size() << "; first difference at offset "
-                << at.first - got.begin();
+            const auto at = std::mismatch(got.begin(), got.end(), want.begin(), want.end()).first;
+            EXPECT_TRUE(got.size() == want.size() && at == got.end())
+                << "sizes " << got.size() << ", " << want.size() << "; first difference at "
+                << at - got.begin();
         } catch (const RecordError& e) {
             EXPECT_STREQ(e.what(), row.error);
         }
