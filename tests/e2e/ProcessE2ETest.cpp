@@ -15,7 +15,9 @@ struct Run {
     const char* mode;
     std::vector<std::string> expectedLines;  // each must appear in the helper's output
 };
-void PrintTo(const Run& r, std::ostream* os) { *os << r.name; }
+void PrintTo(const Run& r, std::ostream* os) {
+    *os << r.name;
+}
 
 class ProcessE2ETest : public ::testing::TestWithParam<Run> {};
 
@@ -30,7 +32,8 @@ TEST_P(ProcessE2ETest, RunsAgainstTheSimulatorAndExitsWithStatusZero) {
     Subprocess app({RUX_EXIT_HELPER, run.mode});
     const auto status = app.waitExit();
     EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0)
-        << (status ? *status : -1) << "\n" << app.dump();
+        << (status ? *status : -1) << "\n"
+        << app.dump();
     for (const auto& expected : run.expectedLines)
         EXPECT_TRUE(app.waitForLine(expected)) << expected << "\n" << app.dump();
     EXPECT_TRUE(sim.waitForLine("tid=1 REGISTER_CLIENT_REQ {}")) << sim.dump();

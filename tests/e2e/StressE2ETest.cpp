@@ -52,13 +52,16 @@ void completed(int tid, Kind kind) {
 void onStatus(status_e s) {
     std::lock_guard<std::mutex> lock(record.mutex);
     if (s == RUX_STATUS_SERVICE_DOWN) ++record.downs;
-    if (s != RUX_STATUS_SERVICE_DOWN && s != RUX_STATUS_INTERNAL_ERR) record.otherStatuses.push_back(s);
+    if (s != RUX_STATUS_SERVICE_DOWN && s != RUX_STATUS_INTERNAL_ERR)
+        record.otherStatuses.push_back(s);
     record.changed.notify_all();
 }
 
 // A request of each kind; its tid.
 int (*const kIssue[kKinds])() = {
-    [] { return set_hst_state(RUX_HST_STATE_SET, [](int id, status_e) { completed(id, kPlain); }); },
+    [] {
+        return set_hst_state(RUX_HST_STATE_SET, [](int id, status_e) { completed(id, kPlain); });
+    },
     [] { return get_hst_state([](int id, status_e, hst_state_e) { completed(id, kHst); }); },
     [] { return get_dppd_capability([](int id, status_e, bool*) { completed(id, kDppd); }); }};
 
@@ -84,7 +87,8 @@ TEST(StressE2ETest, ServiceKilledAndRestartedUnderFourRequestingThreads) {
                 // answered, or after 100 ms when its session was lost.
                 std::unique_lock<std::mutex> lock(record.mutex);
                 if (!record.issued.emplace(tid, kind).second) record.duplicateIds.insert(tid);
-                record.changed.wait_for(lock, 100ms, [tid] { return record.completions.count(tid); });
+                record.changed.wait_for(lock, 100ms,
+                                        [tid] { return record.completions.count(tid); });
             }
         });
 
@@ -112,7 +116,8 @@ TEST(StressE2ETest, ServiceKilledAndRestartedUnderFourRequestingThreads) {
     for (const auto& [tid, kind] : record.issued) EXPECT_TRUE(tid > 0 && tid % 2 == 1) << tid;
     for (const auto& [tid, kinds] : record.completions) {
         const auto issued = record.issued.find(tid);
-        EXPECT_EQ(kinds, std::vector<Kind>(1, issued == record.issued.end() ? kKinds : issued->second))
+        EXPECT_EQ(kinds,
+                  std::vector<Kind>(1, issued == record.issued.end() ? kKinds : issued->second))
             << tid;
     }
     EXPECT_GT(record.completions.size(), crashes);  // answered in between

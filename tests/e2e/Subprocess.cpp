@@ -116,7 +116,8 @@ bool Subprocess::waitFor(
 }
 
 bool Subprocess::waitForCount(const std::string& needle, size_t n) const {
-    return waitFor([&](const std::vector<std::string>& lines) { return countIn(lines, needle) >= n; });
+    return waitFor(
+        [&](const std::vector<std::string>& lines) { return countIn(lines, needle) >= n; });
 }
 
 size_t Subprocess::count(const std::string& needle) const {
