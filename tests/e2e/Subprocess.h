@@ -63,7 +63,6 @@ private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     std::vector<std::string> mLines;  // guarded by mMutex
-    bool mEof = false;                // guarded by mMutex
     std::optional<int> mExitStatus;   // guarded by mMutex; set when the process is reaped
     std::thread mReader;
 };
