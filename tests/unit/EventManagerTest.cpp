@@ -6,15 +6,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <future>
-#include <mutex>
 
 #include "LogCapture.h"
+#include "SdkTestSupport.h"
+#include "SocketPair.h"
 #include "event/EventManager.h"
 #include "event/RuxTimer.h"
 
@@ -24,59 +24,44 @@ using rux::test::LogCapture;
 using rux::utils::EventManager;
 using rux::utils::RuxTimer;
 using namespace std::chrono_literals;
+using Entries = std::vector<std::string>;
 
 constexpr auto kDeadline = 10s;
 
 bool isOpen(int fd) {
     return fcntl(fd, F_GETFD) != -1;
 }
-std::string line(const std::string& fmt, int fd) {
+std::string line(const char* fmt, int fd) {
     char buf[256];
-    snprintf(buf, sizeof(buf), fmt.c_str(), fd);
+    snprintf(buf, sizeof(buf), fmt, fd);
     return buf;
 }
+// "event 7", "close 7": what a callback saw.
+std::string entry(const char* what, int fd) {
+    return what + (" " + std::to_string(fd));
+}
 
-// A connected pair; `local` is what the manager watches. Whoever closes an end sets it
-// to -1 here so that nothing is closed twice.
-struct SocketPair {
-    int local = -1, peer = -1;
-    SocketPair() {
-        int fds[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds), 0);
-        local = fds[0], peer = fds[1];
-    }
-    ~SocketPair() {
-        if (local >= 0) close(local);
-        if (peer >= 0) close(peer);
-    }
-    void poke() const { ASSERT_EQ(send(peer, "x", 1, MSG_NOSIGNAL), 1); }
+// The manager watches `local`, non-blocking; poke() makes it readable.
+struct SocketPair : rux::test::SocketPair {
+    SocketPair() : rux::test::SocketPair(SOCK_NONBLOCK) {}
+    void poke() const { write({'x'}); }
 };
 
-// What the callbacks saw, in order, as short strings ("event 7", "close 7").
-struct Journal {
-    std::mutex m;
-    std::vector<std::string> entries;
-    std::function<void(int)> onEvent, onClose;  // optional extra work inside the callbacks
+// What the callbacks saw, in order, with optional extra work inside them.
+struct Journal : rux::test::Inbox<std::string> {
+    std::function<void(int)> onEvent, onClose;
 
-    void add(const std::string& s) {
-        std::lock_guard<std::mutex> lock(m);
-        entries.push_back(s);
-    }
-    std::vector<std::string> snapshot() {
-        std::lock_guard<std::mutex> lock(m);
-        return entries;
-    }
     static void event(int fd, void* self) {
         auto* j = static_cast<Journal*>(self);
         char buf[64];
         while (read(fd, buf, sizeof(buf)) > 0) {
         }
-        j->add("event " + std::to_string(fd));
+        j->put(entry("event", fd));
         if (j->onEvent) j->onEvent(fd);
     }
     static void closed(int fd, void* self) {
         auto* j = static_cast<Journal*>(self);
-        j->add("close " + std::to_string(fd));
+        j->put(entry("close", fd));
         if (j->onClose) j->onClose(fd);
     }
 };
@@ -111,35 +96,9 @@ protected:
     std::vector<std::future<bool>> probes_;
 };
 
-// Only the caller's descriptors count; a second add of one fails and keeps the first;
-// due timers run before the descriptors in a pass.
-TEST_F(EventManagerTest, CountsOnlyCallersDescriptorsRefusesASecondAddRunsTimersFirst) {
-    EXPECT_EQ(em_.getNumRegisteredFds(), 0);
-    SocketPair a, b;
-    Journal other;
-    ASSERT_TRUE(add(a));
-    ASSERT_TRUE(add(b));
-    capture_.clear();
-    EXPECT_FALSE(add(a, &other));
-    EXPECT_EQ(em_.getNumRegisteredFds(), 2);
-    const auto warn = capture_.findEndingWith(line("fd=%d is already in handlers", a.local));
-    EXPECT_EQ(warn.priority, ANDROID_LOG_WARN) << capture_.dump();
-    EXPECT_EQ(warn.tag, LogCapture::kNullTag);
-
-    auto timer = [](void* j) { return static_cast<Journal*>(j)->add("timer"), -1; };
-    ASSERT_GT(deadline_.addTimedCallback(0, timer, &journal_), 0);
-    a.poke();
-    pass();
-    EXPECT_EQ(journal_.snapshot(),
-              (std::vector<std::string>{"timer", "event " + std::to_string(a.local)}));
-    EXPECT_TRUE(other.snapshot().empty());
-    drop(a.local);
-    drop(b.local);
-}
-
-// Deferred removal: dispatch stops at once, the closeCallback runs on the caller
-// without the manager's lock, and the next pass takes the descriptor out of epoll and closes it as
-// asked.
+// Deferred removal: dispatch stops at once, the closeCallback runs on the caller without
+// the manager's lock, and the next pass takes the descriptor out of epoll and closes it
+// as asked.
 TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
     const struct {
         const char* name;
@@ -160,27 +119,23 @@ TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
         sp.poke();
         EventManager::CloseFn closeFn = [&](void* d) { closeFnData.push_back(d); };
         em_.removeEventHandler(sp.local, c.closeFd, c.withCloseFn ? closeFn : nullptr, &journal);
-        EXPECT_EQ(journal.snapshot(),
-                  std::vector<std::string>{"close " + std::to_string(sp.local)});
+        EXPECT_EQ(journal.get(), Entries{entry("close", sp.local)});
         EXPECT_FALSE(em_.isApprovedFd(sp.local));
 
         capture_.clear();
         tick.poke();
         pass();  // removeFd and tick are ready; sp is not dispatched
-        EXPECT_EQ(journal.snapshot().back(), "event " + std::to_string(tick.local));
-        EXPECT_EQ(journal.snapshot().size(), 2u);
+        EXPECT_EQ(journal.get(), (Entries{entry("close", sp.local), entry("event", tick.local)}));
         EXPECT_TRUE(logged("removing %d from epollFd", sp.local)) << capture_.dump();
         EXPECT_EQ(logged("Closed %d", sp.local), c.closeFd);
         EXPECT_EQ(closeFnData, c.withCloseFn ? std::vector<void*>{&journal} : std::vector<void*>{});
-        if (c.expectClosed) {
-            EXPECT_FALSE(isOpen(sp.local));
-            sp.local = -1;
-        } else {
-            EXPECT_TRUE(isOpen(sp.local));
+        EXPECT_EQ(isOpen(sp.local), !c.expectClosed);
+        if (c.expectClosed) sp.local = -1;
+        if (!c.expectClosed) {
             sp.poke();  // out of epoll: more data does not wake the loop for it
             tick.poke();
             pass();
-            EXPECT_EQ(journal.snapshot().size(), 3u);
+            EXPECT_EQ(journal.size(), 3u);
         }
         drop(tick.local);
         pass();
@@ -201,9 +156,8 @@ TEST_F(EventManagerTest, RemovalsFromInsideACallback) {
     a.poke();
     b.poke();
     pass();
-    const auto seen = journal_.snapshot();
-    ASSERT_EQ(seen.size(), 2u);
-    SocketPair& first = seen[0] == "event " + std::to_string(a.local) ? a : b;
+    ASSERT_EQ(journal_.size(), 2u);
+    SocketPair& first = journal_.get()[0] == entry("event", a.local) ? a : b;
     const int other = &first == &a ? b.local : a.local;
     const auto dropped = capture_.findEndingWith(
         line("file descriptor %d is not on the approved list, cannot process event", other));
@@ -212,7 +166,7 @@ TEST_F(EventManagerTest, RemovalsFromInsideACallback) {
     pass();  // the queued removals
     EXPECT_FALSE(isOpen(first.local));
     first.local = -1;
-    EXPECT_EQ(journal_.snapshot().size(), 2u);  // its close callback, if any, ran once
+    EXPECT_EQ(journal_.size(), 2u);  // its close callback, if any, ran once
 }
 
 // Hang-up, an event without EPOLLIN, and a handler without a callback all take the
@@ -235,18 +189,12 @@ TEST_F(EventManagerTest, UnusableDescriptorIsClosedInTheSamePass) {
         journal.onClose = [&](int) { EXPECT_TRUE(lockIsFree()); };
         ASSERT_TRUE(em_.addEventHandler(sp.local, c.withCallback ? Journal::event : nullptr,
                                         &journal, Journal::closed, c.events));
-        if (c.hangUp) {
-            close(sp.peer);
-            sp.peer = -1;
-        } else {
-            sp.poke();
-        }
+        c.hangUp ? sp.closePeer() : sp.poke();
         capture_.clear();
         pass();
         EXPECT_EQ(capture_.findEndingWith(line(c.expected, sp.local)).priority, ANDROID_LOG_ERROR)
             << capture_.dump();
-        EXPECT_EQ(journal.snapshot(),
-                  std::vector<std::string>{"close " + std::to_string(sp.local)});
+        EXPECT_EQ(journal.get(), Entries{entry("close", sp.local)});
         EXPECT_TRUE(logged("Closed %d", sp.local));
         EXPECT_FALSE(isOpen(sp.local));
         EXPECT_FALSE(em_.isApprovedFd(sp.local));
@@ -274,7 +222,7 @@ TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackUnlessTheCallerHoldsTh
             EXPECT_TRUE(lockIsFree());
             callbackDone = true;
         };
-        journal.onClose = [&](int) { journal.add(callbackDone ? "after" : "during"); };
+        journal.onClose = [&](int) { journal.put(callbackDone ? "after" : "during"); };
         ASSERT_TRUE(add(sp, &journal, true));
         sp.poke();
         auto loop = std::async(std::launch::async, [&] { em_.processEvents(nullptr); });
@@ -291,9 +239,8 @@ TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackUnlessTheCallerHoldsTh
         ASSERT_EQ(remover.wait_for(kDeadline), std::future_status::ready);
         EXPECT_EQ(remover.get(), !holdsLock);
         ASSERT_EQ(loop.wait_for(kDeadline), std::future_status::ready);
-        const std::string fd = std::to_string(sp.local);
-        EXPECT_EQ(journal.snapshot(), (std::vector<std::string>{"event " + fd, "close " + fd,
-                                                                holdsLock ? "during" : "after"}));
+        EXPECT_EQ(journal.get(), (Entries{entry("event", sp.local), entry("close", sp.local),
+                                          holdsLock ? "during" : "after"}));
         capture_.clear();
         pass();  // carries out the removal
         EXPECT_TRUE(logged("removing %d from epollFd", sp.local));
@@ -302,7 +249,7 @@ TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackUnlessTheCallerHoldsTh
 
 // A descriptor removed without closing is closed by its owner and the number comes
 // back as a new descriptor before the loop ran: the new registration must survive the
-// stale removal.
+// stale removal. A second add of a registered descriptor fails and keeps the first.
 TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistration) {
     auto first = std::make_unique<SocketPair>();
     const int number = first->local;
@@ -312,12 +259,16 @@ TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistration) {
     SocketPair second;
     ASSERT_EQ(second.local, number) << "the lowest free number is handed out again";
     ASSERT_TRUE(add(second));
+    Journal other;
+    EXPECT_FALSE(add(second, &other));
+    EXPECT_EQ(capture_.findEndingWith(line("fd=%d is already in handlers", number)).priority,
+              ANDROID_LOG_WARN);
     for (int round = 0; round < 2; ++round) {
         second.poke();
         pass();
     }
-    const std::string e = "event " + std::to_string(number);
-    EXPECT_EQ(journal_.snapshot(), (std::vector<std::string>{e, e}));
+    EXPECT_EQ(journal_.get(), Entries(2, entry("event", number)));
+    EXPECT_EQ(other.size(), 0u);
     drop(second.local);
 }
 

@@ -1,0 +1,63 @@
+// Playing the peer of the code under test on a Unix stream socket: whole writes, reads
+// with a deadline, and a connected pair whose `local` end the code under test gets.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace rux::test {
+
+// Sends all of `bytes` on `fd`.
+inline void writeAll(int fd, const std::vector<uint8_t>& bytes) {
+    ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(bytes.size()));
+}
+
+// The next `n` bytes from `fd`, fewer when the other end closes first or the socket's
+// receive timeout passes.
+inline std::vector<uint8_t> readExactly(int fd, size_t n) {
+    std::vector<uint8_t> out(n);
+    const ssize_t got = ::recv(fd, out.data(), n, MSG_WAITALL);
+    out.resize(got < 0 ? 0 : static_cast<size_t>(got));
+    return out;
+}
+
+// Reads on `fd` give up after 10 s instead of hanging.
+inline void setReadDeadline(int fd) {
+    const timeval deadline{10, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
+}
+
+// Whoever closes an end sets it to -1 here, so that nothing is closed twice.
+struct SocketPair {
+    explicit SocketPair(int flags = 0) {
+        int fds[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0, fds), 0);
+        local = fds[0];
+        peer = fds[1];
+        setReadDeadline(peer);
+    }
+    ~SocketPair() {
+        if (local >= 0) ::close(local);
+        if (peer >= 0) ::close(peer);
+    }
+    SocketPair(const SocketPair&) = delete;
+    SocketPair& operator=(const SocketPair&) = delete;
+
+    void closePeer() {
+        ::close(peer);
+        peer = -1;
+    }
+    void write(const std::vector<uint8_t>& bytes) const { writeAll(peer, bytes); }
+    std::vector<uint8_t> read(size_t n) const { return readExactly(peer, n); }
+
+    int local = -1;
+    int peer = -1;
+};
+
+}  // namespace rux::test
