@@ -12,7 +12,6 @@
 
 namespace rux::test {
 
-// Sends all of `bytes` on `fd`.
 inline void writeAll(int fd, const std::vector<uint8_t>& bytes) {
     ASSERT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(bytes.size()));
@@ -46,9 +45,6 @@ struct SocketPair {
         if (local >= 0) ::close(local);
         if (peer >= 0) ::close(peer);
     }
-    SocketPair(const SocketPair&) = delete;
-    SocketPair& operator=(const SocketPair&) = delete;
-
     void closePeer() {
         ::close(peer);
         peer = -1;

@@ -1,6 +1,5 @@
-// RuxIpcClientSession against the real serving side (RuxIpcServer) and against a
-// scripted peer that speaks raw bytes: connect and retries, the handshake and its
-// failures, dispatch through the registry, session end and teardown.
+// RuxIpcClientSession against the real serving side and against a scripted peer that
+// speaks raw bytes: connect and retries, handshake failures, session end and teardown.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -32,11 +31,8 @@ using rux::test::countEndingWith;
 using rux::test::Inbox;
 using rux::test::LogCapture;
 using rux::test::readExactly;
+using rux::test::uniqueSocketPath;
 using rux::test::writeAll;
-
-std::string uniquePath() {
-    return rux::test::uniqueSocketPath("rux-ipc-test");
-}
 
 ConnectOptions fastOptions(const std::string& path, int attempts = 3) {
     ConnectOptions options;
@@ -84,13 +80,6 @@ public:
     }
     // True once the script has finished, within the deadline.
     bool finished() { return mDone.wait_for(10s) == std::future_status::ready; }
-    // Connections made after the first one (retries), accepted and closed here.
-    int moreConnections() {
-        int n = 0;
-        for (int fd; (fd = ::accept4(mListen, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; ++n)
-            ::close(fd);
-        return n;
-    }
     // True once the other end has closed (end of stream), within the deadline.
     static bool seesClose(int fd) {
         char c;
@@ -132,7 +121,7 @@ protected:
         return session;
     }
 
-    const std::string path = uniquePath();
+    const std::string path = uniqueSocketPath("rux-ipc-test");
     LogCapture capture;
     StatusLog status;
     Inbox<RuxIpcServerClient> connected;
@@ -143,12 +132,11 @@ protected:
 
 // A second connect while connected returns at once without a second status. Raw sends
 // reach the service as frames; an incoming frame of an id nobody registered is dropped
-// with its line, and a raw handler takes every frame.
+// with its line.
 TEST_F(SessionWithServerTest, SecondConnectIsIdleAndRawFramesTravelBothWays) {
     auto session = connectedSession();
     session->connectToServer(reportTo(status));
     EXPECT_EQ(status.get(), std::vector<bool>{true});
-    EXPECT_EQ(countEndingWith(capture, "Connect ret: 0"), 1u);
 
     ASSERT_TRUE(session->send(3, 77, {5, 6}));
     ASSERT_TRUE(frames.waitFor(1));
@@ -158,17 +146,9 @@ TEST_F(SessionWithServerTest, SecondConnectIsIdleAndRawFramesTravelBothWays) {
               std::vector<uint64_t>({101, 1, 77, 3, session->sessionId()}));
     EXPECT_EQ(f.payload, (Bytes{5, 6}));
 
-    const RuxIpcServerClient client = connected.get()[0];
-    ASSERT_TRUE(client.sendFrame(7, 5, {0xAB}));
+    ASSERT_TRUE(connected.get()[0].sendFrame(7, 5, {0xAB}));
     ASSERT_TRUE(capture.waitForText("No MessageConstructor registered for msg: 5"));
     EXPECT_EQ(prio(capture, "No MessageConstructor registered for msg: 5"), 6);
-    Inbox<std::tuple<uint32_t, uint32_t, Bytes>> raw;
-    session->setRawHandler([&](std::shared_ptr<RuxIpcIncomingRawMessage> m) {
-        raw.put({m->subsystemId, m->msgId, m->payload});
-    });
-    ASSERT_TRUE(client.sendFrame(7, 5, {0xAB}));
-    ASSERT_TRUE(raw.waitFor(1));
-    EXPECT_EQ(raw.get()[0], std::make_tuple(7u, 5u, Bytes{0xAB}));
 }
 
 // Cleanup or destruction of a connected session returns, closes the socket (the service
@@ -229,7 +209,7 @@ TEST(SessionHandshakeTest, FailureClosesReportsFalseOnceAndDoesNotRetry) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.logLine);
         LogCapture capture;
-        const std::string path = uniquePath();
+        const std::string path = uniqueSocketPath("rux-ipc-test");
         std::atomic<bool> sawClose{false};
         ScriptedPeer peer(path, [&](int fd) {
             c.script(fd);
@@ -244,7 +224,7 @@ TEST(SessionHandshakeTest, FailureClosesReportsFalseOnceAndDoesNotRetry) {
         EXPECT_EQ(session.socketFd(), -1);
         ASSERT_TRUE(peer.finished());
         EXPECT_TRUE(sawClose.load());
-        EXPECT_EQ(peer.moreConnections(), 0);
+        EXPECT_EQ(countEndingWith(capture, "Connect ret: 0"), 1u);
         EXPECT_EQ(prio(capture, c.logLine), c.priority) << capture.dump();
     }
 }
@@ -255,7 +235,7 @@ TEST(SessionHandshakeTest, FailureClosesReportsFalseOnceAndDoesNotRetry) {
 // down, once each and in that order.
 TEST(SessionHandshakeTest, SessionEndedBeforeItsUpIsReportedGivesUpThenDown) {
     LogCapture capture;
-    const std::string path = uniquePath();
+    const std::string path = uniqueSocketPath("rux-ipc-test");
     std::promise<void> release;
     ScriptedPeer peer(path, [&release](int fd) {
         writeAll(fd, encodeHandshakeInit(21));
@@ -289,7 +269,8 @@ TEST(SessionConnectTest, NoListenerGivesEveryAttemptThenOneFalse) {
     EXPECT_EQ(ConnectOptions{}.retryDelay, std::chrono::microseconds(100000));
     LogCapture capture;
     StatusLog status;
-    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, fastOptions(uniquePath(), 4));
+    RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false,
+                                fastOptions(uniqueSocketPath("rux-ipc-test"), 4));
     session.connectToServer(reportTo(status));
     EXPECT_EQ(status.get(), std::vector<bool>{false});
     EXPECT_EQ(capture.matching("Connect ret: -1").size(), 4u);
@@ -303,14 +284,14 @@ TEST(SessionConnectTest, CleanupDuringRetriesStopsThemWithoutAStatus) {
     LogCapture capture;
     StatusLog status;
     ConnectOptions options;
-    options.socketPath = uniquePath();  // nobody listens: 50 x 100 ms unless stopped
+    options.socketPath =
+        uniqueSocketPath("rux-ipc-test");  // nobody listens: 50 x 100 ms unless stopped
     auto session = std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_101, true, options);
     session->connectToServer(reportTo(status));
     ASSERT_TRUE(capture.waitForText("Connect ret: -1"));
     auto done = std::async(std::launch::async, [&] { session->cleanup(); });
     ASSERT_EQ(done.wait_for(10s), std::future_status::ready);
     EXPECT_TRUE(capture.contains("Connect fail: mThreadSemaphore.increase")) << capture.dump();
-    EXPECT_NE(prio(capture, "Connect fail: mSocketFd is -1; break"), -1);
     EXPECT_LT(countEndingWith(capture, "Connect ret: -1"), 50u);
     session.reset();
     EXPECT_TRUE(status.get().empty());

@@ -1,7 +1,6 @@
 // RuxTimer: time arithmetic, timeout rounding, the re-arm rules, ordering, removal and
 // the id counter, driven by a fake clock so that every expectation is exact.
 #include <android/log.h>
-#include <errno.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -17,12 +16,10 @@ constexpr long kNsPerMs = 1000000L;
 
 struct FakeClock {
     timespec now{5000, 0};
-    int failWith = 0;  // errno to fail with
     RuxTimer::Clock fn() {
         return [this](timespec& out) {
-            errno = failWith;
             out = now;
-            return failWith == 0;
+            return true;
         };
     }
     void advanceNs(long ns) { RuxTimer::addTimeSpec(timespec{now}, timespec{0, ns}, now); }
@@ -42,8 +39,7 @@ struct Script {
     }
 };
 
-// Subtraction and comparison are pinned through the queue below (rounding, order).
-TEST(RuxTimeSpecTest, AddDelayCarriesOnceAndLeavesNegativeDelaysUnnormalised) {
+TEST(RuxTimeSpecTest, AddDelayCarriesIntoSecondsOnce) {
     const struct {
         timespec start;
         int64_t ms;
@@ -53,8 +49,6 @@ TEST(RuxTimeSpecTest, AddDelayCarriesOnceAndLeavesNegativeDelaysUnnormalised) {
         {{10, 600 * kNsPerMs}, 400, {11, 0}},
         {{10, 999999999}, 1, {11, kNsPerMs - 1}},
         {{10, 500 * kNsPerMs}, 2750, {13, 250 * kNsPerMs}},
-        {{10, 500 * kNsPerMs}, -700, {10, -200 * kNsPerMs}},
-        {{10, 0}, -2000, {8, 0}},
     };
     for (const auto& c : delays) {
         timespec t = c.start;
@@ -189,25 +183,17 @@ TEST_F(RuxTimerTest, IdsWrapAndRemoveDropsEveryEventWithThatIdOnly) {
     EXPECT_EQ(drop.calls, 0u);
 }
 
-TEST_F(RuxTimerTest, FailuresReturnMinusOneWithTheirLogLineAndTheMonitorHearsOfANewHead) {
+// A null callback is refused with its warning; the monitor hears of each add that
+// becomes the head of the queue.
+TEST_F(RuxTimerTest, NullCallbackIsRefusedAndTheMonitorHearsOfANewHead) {
     EXPECT_EQ(timer_.addTimedCallback(10, nullptr, nullptr), -1);
-    clock_.failWith = EINVAL;
-    EXPECT_EQ(timer_.addTimedCallback(10, Script::run, nullptr), -1);
-    clock_.failWith = 0;
-    ASSERT_GT(timer_.addTimedCallback(10, Script::run, nullptr), 0);
-    clock_.failWith = EINVAL;
-    EXPECT_EQ(timer_.timeUntilNextEvent(), -1);
     EXPECT_EQ(capture_.rows(),
-              (std::vector<std::string>{
-                  "5/(null): addTimedCallback failed; cannot have NULL callback function",
-                  "6/(null): addTimedCallback failed; clock_gettime(): Invalid argument",
-                  "6/(null): timeUntilNextCallback failed; clock_gettime(): Invalid argument"}));
-
+              std::vector<std::string>{
+                  "5/(null): addTimedCallback failed; cannot have NULL callback function"});
     struct Monitor : rux::utils::IRuxTimerMonitor {
         int calls = 0;
         void onTimerQueueHeadChanged() override { ++calls; }
     } monitor;
-    clock_.failWith = 0;
     RuxTimer timer(&monitor, clock_.fn());
     std::vector<int> heads;
     for (int delay : {100, 200, 50}) {  // the second is behind the head
