@@ -133,7 +133,7 @@ protected:
 // A second connect while connected returns at once without a second status. Raw sends
 // reach the service as frames; an incoming frame of an id nobody registered is dropped
 // with its line.
-TEST_F(SessionWithServerTest, SecondConnectIsIdleAndRawFramesTravelBothWays) {
+TEST_F(SessionWithServerTest, SecondConnectIsIdleRawSendsArriveUnknownIdsAreDropped) {
     auto session = connectedSession();
     session->connectToServer(reportTo(status));
     EXPECT_EQ(status.get(), std::vector<bool>{true});
