@@ -17,42 +17,29 @@ using namespace rux::test;
 
 // One sample of each cell type, every field a different value so a field in the wrong
 // place shows.
-lte_dubious_cell_info_s sampleLteCell() {
-    return {310, 260, 1, 122, 1850, 101, 7, 0x1A2B3C};
-}
-
-nr_dubious_cell_info_s sampleNrCell() {
-    return {311, 480, 0, 277, 628000, 500, 9, 0x900000001ull, RUX_NR5G_SCS_30};
-}
-
-preferred_cell_info_s samplePreferredCell() {
-    return {{{312, 530, 1}, 0x123456789ull, 162, 2600, 42}, 77, true, false, true, {-1, 2000000}};
-}
-
+const lte_dubious_cell_info_s kLte{310, 260, 1, 122, 1850, 101, 7, 0x1A2B3C};
+const nr_dubious_cell_info_s kNr{311, 480, 0, 277, 628000, 500, 9, 0x900000001ull, RUX_NR5G_SCS_30};
+const preferred_cell_info_s kPref{
+    {{312, 530, 1}, 0x123456789ull, 162, 2600, 42}, 77, true, false, true, {-1, 2000000}};
 // Every optional value given (one as 0xFFFFFFFE, the largest value that is not the
 // marker), each section's flag set, two shared PLMNs; fields in the header's order.
-cell_list_entry_s sampleListedCell() {
-    return {{{313, 340, 0}, 42, 125, 5230, 301}, 11, 2, 33, 44, 1, 55, 1, {-3, 4}, 1, 66,
-            RUX_VALUE_NOT_GIVEN - 1, 88, 1, 2, {{314, 150, 1}, {315, 20, 0}}};
-}
-
+const cell_list_entry_s kListed{{{313, 340, 0}, 42, 125, 5230, 301}, 11, 2, 33, 44, 1, 55, 1,
+                                {-3, 4}, 1, 66, RUX_VALUE_NOT_GIVEN - 1, 88, 1, 2,
+                                {{314, 150, 1}, {315, 20, 0}}};
 // Bands 1 and 300; the LTE list sends 32 bits of the identity.
-dubious_cell_v2_s sampleV2Cell() {
-    return {{316, 10, 0}, 0x123456789ull, 122, 100, 5, RUX_NR5G_SCS_60, 2, {1, 300}};
-}
+const dubious_cell_v2_s kV2Cell{{316, 10, 0}, 0x123456789ull, 122, 100, 5, RUX_NR5G_SCS_60, 2, {1, 300}};
 
 template <typename Cell>
 std::vector<Cell> copies(size_t n, const Cell& cell) {
     return std::vector<Cell>(n, cell);
 }
 
-// `record` changed by `change`: with(sampleLteCell(), [](auto& c) { c.mcc = 1000; }).
+// `record` changed by `change`: with(kLte, [](auto& c) { c.mcc = 1000; }).
 template <typename Record, typename Change>
 Record with(Record record, Change change) {
     change(record);
     return record;
 }
-
 
 // A conversion's status, the request's bytes and what each list of it got.
 struct Outcome {
@@ -148,8 +135,8 @@ Outcome v2(const std::function<void(dubious_cell_info_v2_s&)>& change) {
     info.slot = RUX_SLOT_ID_SECOND;
     info.lte_list_valid = info.nr_list_valid = 1;
     info.lte_cell_list_len = info.nr_cell_list_len = 1;
-    for (auto& c : info.lte_cell_list) c = sampleV2Cell();
-    for (auto& c : info.nr_cell_list) c = sampleV2Cell();
+    for (auto& c : info.lte_cell_list) c = kV2Cell;
+    for (auto& c : info.nr_cell_list) c = kV2Cell;
     change(info);
     return convert<VexProto::SetDubiousCellListV2Req>(
         [](auto& r) { return convertSetDubiousCellListV2ReqToProto(r, info); },
@@ -186,10 +173,6 @@ const auto kMcc1000 = [](auto& c) { c.mcc = 1000; };
 const auto kMnc1000 = [](auto& c) { c.mnc = 1000; };
 const auto kPlmn999 = [](auto& c) { c.mcc = c.mnc = 999; };
 const auto kBadScs = [](nr_dubious_cell_info_s& c) { c.scs = static_cast<nr5g_scs_type_e>(5); };
-const lte_dubious_cell_info_s kLte = sampleLteCell();
-const nr_dubious_cell_info_s kNr = sampleNrCell();
-const preferred_cell_info_s kPref = samplePreferredCell();
-
 // clang-format off
 const Case kCases[] = {
     // --- field placement and markers, on bytes ---
@@ -205,13 +188,13 @@ const Case kCases[] = {
      "A8 14 28 2A 10 4D 18 01 28 01 32 0F 08 FF FF FF FF FF FF FF FF FF 01 10 80 89 7A", ""},
     {"DataStallFields", [] { return bytes(dataStall(RUX_SLOT_ID_SECOND, &kStall)); },
      "0: 08 02 12 16 08 02 10 01 18 05 20 FF FF FF FF FF FF FF FF FF 01 30 07 38 AC 02", ""},
-    {"CellListEveryValueGiven", [] { return bytes(cellList(1, 0, sampleListedCell())); },
+    {"CellListEveryValueGiven", [] { return bytes(cellList(1, 0, kListed)); },
      "0: 0A 68 08 02 10 01 1A 62 0A 12 0A 06 08 B9 02 10 D4 02 10 2A 18 7D 20 EE 28 28 AD 02 "
      "10 01 18 0B 20 01 28 01 30 21 38 2C 42 40 08 01 12 15 08 01 10 37 18 01 22 0D 08 FD FF "
      "FF FF FF FF FF FF FF 01 10 04 18 01 22 0E 08 01 10 42 18 01 20 FE FF FF FF 0F 28 58 28 "
      "01 32 11 0A 08 08 BA 02 10 96 01 18 01 0A 05 08 BB 02 10 14", ""},
     {"CellListNotGivenValuesAreLeftOutAndSharedPlmnsUnreadWithoutTheirFlag",
-     [] { return bytes(cellList(0, 1, with(sampleListedCell(), [](auto& c) {
+     [] { return bytes(cellList(0, 1, with(kListed, [](auto& c) {
          c.param1 = c.flag2 = c.common_value = c.hdr_value1 = c.hdr_value2 = RUX_VALUE_NOT_GIVEN;
          c.shared_plmn_valid = 0;
          c.shared_plmn_len = 7; }))); },
@@ -276,10 +259,10 @@ const Case kCases[] = {
      "\nRequest received for unknown Traffic Direction type"},
     {"CellListRefusedOverTwentyCellsOrSixSharedPlmns", [] {
          const auto shared = [](uint8_t n) {
-             return with(sampleListedCell(), [n](auto& c) { c.shared_plmn_len = n; }); };
+             return with(kListed, [n](auto& c) { c.shared_plmn_len = n; }); };
          return join({sent(cellList(20, 20)), sent(cellList(21, 0)), sent(cellList(0, 21)),
                       sent(cellList(1, 0, shared(6))),
-                      sent(cellList(1, 2, sampleListedCell(),
+                      sent(cellList(1, 2, kListed,
                                     [&](auto& i) { i.nr_cell_list[1] = shared(7); }))}); },
      "0 sent 20+20 with 0; -2; -2; 0 sent 1+0 with 6; -2",
      "greater than MAX_SIZE_CELL_LIST!\ngreater than MAX_SIZE_CELL_LIST!\n"

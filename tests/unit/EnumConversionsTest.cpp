@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "LogCapture.h"
+#include "SdkTestSupport.h"
 #include "client/EnumConversions.h"
 
 namespace {
@@ -17,20 +17,14 @@ using namespace rux::client;
 using rux::test::LogCapture;
 using Pairs = std::vector<std::pair<int, int>>;
 
-// What the conversions wrote, one message per line with the prefix checked and removed;
-// "" when nothing was written.
-std::string loggedMessages(const LogCapture& capture, const std::string& function) {
-    std::string out;
+// What the conversions wrote without prefixes, each line checked to be MavoClient's at
+// debug priority; "" when nothing was written.
+std::string loggedMessages(const LogCapture& capture) {
     for (const auto& line : capture.lines()) {
         EXPECT_EQ(line.priority, 3) << line.text;
-        EXPECT_EQ(line.tag, LogCapture::kNullTag) << line.text;
-        const std::string prefix = "|MavoClient|MavoClient::" + function + ":";
-        EXPECT_EQ(line.text.compare(0, prefix.size(), prefix), 0) << line.text;
-        const auto space = line.text.find(' ', prefix.size());
-        const std::string message = space == std::string::npos ? "" : line.text.substr(space + 1);
-        out += out.empty() ? message : "\n" + message;
+        EXPECT_EQ(line.text.rfind("|MavoClient|MavoClient::", 0), 0u) << line.text;
     }
-    return out;
+    return rux::test::loggedTexts(capture);
 }
 
 // in -> in + shift for every in from low to high.
@@ -104,7 +98,7 @@ TEST_P(EnumConversionsTest, KnownValuesMapSilentlyAndOthersFallBack) {
         SCOPED_TRACE(std::string(c.function) + "(" + std::to_string(in) + ")");
         capture.clear();
         EXPECT_EQ(c.convert(in), out);
-        EXPECT_EQ(loggedMessages(capture, c.function), i < c.known.size() ? "" : c.log);
+        EXPECT_EQ(loggedMessages(capture), i < c.known.size() ? "" : c.log);
     }
 }
 

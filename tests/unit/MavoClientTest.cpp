@@ -36,46 +36,6 @@ using Fill = std::function<void(VexProto::ServiceData&)>;
 using namespace std::chrono_literals;
 using namespace VexProto;
 
-// "type=2 lte=[310/260/1 id=6699 band=122 freq=1850 pci=101 cause=5 fb=1 shared=311/480/1]
-// nr=[] rest=0": the record as delivered; rest=0 says every field past the lengths is 0.
-std::string describe(const cell_list_info_ind_s& r) {
-    const auto plmn = [](const plmn_id_s& p) {
-        return std::to_string(p.mcc) + "/" + std::to_string(p.mnc) + "/" +
-               std::to_string(p.mnc_includes_pcs_digit);
-    };
-    const auto cell = [&](const cell_list_feedback_entry_s& c, int shared) {
-        const cell_info_s& i = c.cell_info;
-        std::string out = plmn(i.plmn) + " id=" + std::to_string(i.cell_identity) +
-                          " band=" + std::to_string(i.band) + " freq=" + std::to_string(i.freq) +
-                          " pci=" + std::to_string(i.pci) + " cause=" +
-                          std::to_string(c.cause_bitmask) + " fb=" + std::to_string(c.feedback_cause) +
-                          " shared=";
-        for (int j = 0; j < shared && j < MAX_SIZE_SHARED_PLMN; ++j)
-            out += (j ? "," : "") + plmn(c.shared_plmn[j]);
-        return out;
-    };
-    const cell_list_feedback_entry_s zero{};
-    bool restZero = true;
-    const auto list = [&](uint8_t len, const cell_list_feedback_entry_s* cells) {
-        std::string out;
-        for (int n = 0; n < MAX_SIZE_CELL_LIST; ++n) {
-            const cell_list_feedback_entry_s& c = cells[n];
-            const int shared = n < len ? c.shared_plmn_len : 0;
-            for (int j = shared; j < MAX_SIZE_SHARED_PLMN; ++j)
-                restZero = restZero && plmn(c.shared_plmn[j]) == plmn(zero.shared_plmn[j]);
-            if (n < len)
-                out += (n ? " " : "") + cell(c, shared);
-            else
-                restZero = restZero && cell(c, c.shared_plmn_len) == cell(zero, 0);
-        }
-        return "[" + out + "]";
-    };
-    const std::string lte = list(r.lte_cell_list_len, r.lte_cell_list);
-    const std::string nr = list(r.nr_cell_list_len, r.nr_cell_list);
-    return "type=" + std::to_string(r.mitigation_type) + " lte=" + lte + " nr=" + nr +
-           " rest=" + (restZero ? "0" : "dirty");
-}
-
 // --- callbacks: each renders its arguments as one line, marked when on the SDK thread ----
 
 Inbox<std::string> gCalls;
@@ -111,10 +71,11 @@ const auto onDppdRecInd =
     +[](data_recommendation_s r) { put("dppd_rec_ind", r.action, r.subscription); };
 const auto onSubmodeInd =
     +[](submode_info_s const* i) { put("submode_ind", i->sub_mode, i->tx_concurrency); };
-const auto onCellListInd =
-    +[](cell_list_info_ind_s r) { put(("cell_list_ind " + describe(r)).c_str()); };
-const auto onCellListLengths = +[](cell_list_info_ind_s r) {
-    put("lengths", r.lte_cell_list_len, r.nr_cell_list_len, r.lte_cell_list[0].shared_plmn_len);
+// Type, lengths, the first LTE cell's shared PLMNs and cause, the first NR cell's cause and pci.
+const auto onCellListInd = +[](cell_list_info_ind_s r) {
+    put("cell_list", r.mitigation_type, r.lte_cell_list_len, r.nr_cell_list_len,
+        r.lte_cell_list[0].shared_plmn_len, r.lte_cell_list[0].feedback_cause,
+        r.nr_cell_list[0].feedback_cause, r.nr_cell_list[0].cell_info.pci);
 };
 
 Bytes serviceBlob(int eventId, uint64_t tid, const Fill& fill) {
@@ -302,34 +263,26 @@ TEST_F(BlobListenerTest, ReplyOfAnotherKindNeverCallsTheStoredCallback) {
     EXPECT_EQ(rux::test::countEndingWith(log, "0x7 is not of this reply's kind; kept"), 8u);
 }
 
-// Event 23: the whole record by value. An unknown mitigation type (here 0) arrives as 1, an
-// unknown cause as 0, shared PLMNs only where rs_valid says so; whatever the service sends,
-// the record holds at most 20 cells a list and 6 shared PLMNs a cell.
+// Event 23 (its fields reach the application as ruxctl watch prints them): an unknown
+// mitigation type arrives as 1, an unknown cause as 0, shared PLMNs only where rs_valid
+// says so; whatever the service sends, the record holds at most 20 cells a list and 6
+// shared PLMNs a cell, and nothing of an earlier record.
 TEST_F(BlobListenerTest, CellListFeedbackIsConvertedAndCutToTheRecord) {
     client->setCellListIndCallback(onCellListInd);
     feed(serviceBlob(23, 0, FILL(auto* ind =
         d.mutable_cell_list_info_ind_resp()->mutable_cell_list_info_ind();
-        auto* i = ind->add_lte_cell_list(); i->set_cause_bitmask(7);
-        i->set_feedback_cause(CELL_FB_CAUSE_DELETE); i->mutable_property()->set_rs_valid(true);
-        auto* p = i->mutable_property()->mutable_rs()->add_shared_plmn(); p->set_mcc(8);
-        p->set_mnc(9); p->set_mnc_includes_pcs_digit(true);
-        auto* c = i->mutable_cell_info(); c->set_cell_identity(0x900000003); c->set_band(BC_4);
-        c->set_freq(5); c->set_pci(6); c->mutable_plmn()->set_mcc(1); c->mutable_plmn()->set_mnc(2);
+        auto* i = ind->add_lte_cell_list(); i->set_feedback_cause(CELL_FB_CAUSE_DELETE);
+        i->mutable_property()->mutable_rs()->add_shared_plmn();
         i = ind->add_nr_cell_list(); i->mutable_cell_info()->set_pci(4);
-        i->set_feedback_cause(static_cast<CellFeedbackCauseType>(7));
-        i->mutable_property()->mutable_rs()->add_shared_plmn()->set_mcc(1))));
-    EXPECT_EQ(calls(), Lines{"cell_list_ind type=1 lte=[1/2/0 id=38654705667 band=4 freq=5 "
-                             "pci=6 cause=7 fb=1 shared=8/9/1] nr=[0/0/0 id=0 band=0 freq=0 pci=4 "
-                             "cause=0 fb=0 shared=] rest=0"});
-    gCalls.clear();
-    client->setCellListIndCallback(onCellListLengths);
+        i->set_feedback_cause(static_cast<CellFeedbackCauseType>(7)))));
     feed(serviceBlob(23, 0, FILL(auto* ind =
         d.mutable_cell_list_info_ind_resp()->mutable_cell_list_info_ind();
+        ind->set_mitigation_type(CELL_INFO);
         for (int n = 0; n < 21; ++n)
             ind->add_lte_cell_list()->mutable_property()->set_rs_valid(true);
         for (int n = 0; n < 7; ++n) ind->mutable_lte_cell_list(0)->mutable_property()
                                         ->mutable_rs()->add_shared_plmn())));
-    EXPECT_EQ(calls(), Lines{"lengths 20 0 6"});
+    EXPECT_EQ(calls(), (Lines{"cell_list 1 1 1 0 1 0 4", "cell_list 2 20 0 6 0 0 0"}));
     EXPECT_TRUE(log.contains("lte list of 21 cells: the first 20 are delivered"));
     EXPECT_TRUE(log.contains("lte cell 0 has 7 shared PLMNs: the first 6 are delivered"));
 }
@@ -421,80 +374,107 @@ protected:
         nullptr, nullptr}};
 };
 
-// Bad arguments are answered by the library itself, on its SDK thread, and never sent;
-// those of the cell-list family are returned at once, and nothing follows them, but the
-// feedback callback of a refused set_cell_list_info is still installed.
-TEST_F(ClientApiTest, UnconvertibleArgumentsCompleteLocallyOnTheSdkThread) {
-    registerWithService();
-    set_cell_list_info_s info{};
+// Every front's bad argument, first without a registered client (-1, or -5 for the
+// cell-list family, and a line) and then with one: a request that cannot be converted is
+// answered by the library itself, on its SDK thread, with the conversion's status; a
+// missing callback or record is refused at once with its line. Nothing of it is sent, no
+// entry stays behind, and the feedback callback of a refused set_cell_list_info is still
+// installed. `returns` 0 stands for the transaction id.
+TEST_F(ClientApiTest, BadArgumentsAreAnsweredByTheLibraryAndNeverSent) {
+    static set_cell_list_info_s info{};
     info.lte_cell_list_len = MAX_SIZE_CELL_LIST + 1;
-    EXPECT_EQ(set_cell_list_info(&info, onV2, nullptr), RUX_STATUS_V2_INVALID_ARG);
-    EXPECT_EQ(set_cell_list_info(&info, onV2, onCellListLengths), RUX_STATUS_V2_INVALID_ARG);
-    dubious_cell_info_v2_s v2{};
-    EXPECT_EQ(set_dubious_cell_array_v2(&v2, nullptr), RUX_STATUS_V2_INVALID_ARG);
+    static dubious_cell_info_v2_s v2{};
     v2.slot = static_cast<slot_id_e>(3);
-    EXPECT_EQ(set_dubious_cell_array_v2(&v2, onV2), RUX_STATUS_V2_INVALID_ARG);
-    const std::pair<int, int> local[] = {
-        {set_hst_state(static_cast<hst_state_e>(3), onPlain), 1},
-        {set_coverage_state(static_cast<slot_id_e>(3), RUX_COVERAGE_STATE_DEFAULT, onPlain), 7},
-        {set_cell_barring_info(RUX_SLOT_ID_FIRST, nullptr, onPlain), 1},
+    const auto badSlot = static_cast<slot_id_e>(3);
+    // clang-format off
+    const struct {
+        std::function<int()> call;
+        int returns;
+        const char* heard;  // the local reply's status, or the line of a refusal
+    } rows[] = {
+        {[] { return set_hst_state(static_cast<hst_state_e>(3), onPlain); }, 0, "1"},
+        {[] { return set_coverage_state(RUX_SLOT_ID_FIRST, static_cast<coverage_state_e>(9), onPlain); }, 0, "1"},
+        {[&] { return set_out_of_service_state(badSlot, RUX_SCAN_STATE_SLOW, onPlain); }, 0, "7"},
+        {[&] { return set_l2nr_selection(badSlot, onPlain); }, 0, "7"},
+        {[&] { return enable_cell_barring_feature(badSlot, true, onPlain); }, 0, "7"},
+        {[] { return set_cell_barring_info(RUX_SLOT_ID_FIRST, nullptr, onPlain); }, 0, "1"},
+        {[] { return set_data_stall_parameters(RUX_SLOT_ID_FIRST, nullptr, onPlain); }, 0, "1"},
+        {[&] { return set_lte_dubious_cell_array(badSlot, 0, nullptr, onPlain); }, 0, "7"},
+        {[&] { return set_nr_dubious_cell_array(badSlot, 0, nullptr, onPlain); }, 0, "7"},
+        {[] { return set_preferred_cell_list(RUX_SLOT_ID_FIRST, nullptr, onPlain); }, 0, "1"},
+        {[] { return set_flight_mode_state(static_cast<rux_flight_mode_state_e>(4), onPlain); }, 0, "1"},
+        {[] { return set_device_fold_state(static_cast<rux_device_fold_state_e>(3), onPlain); }, 0, "1"},
+        {[] { return set_subway_state(static_cast<rux_subway_state_e>(4), onPlain); }, 0, "1"},
+        {[] { return get_dppd_capability(nullptr); }, -1, "cb is null"},
+        {[] { return update_dppd_ui_option(true, nullptr); }, -1, "cb is null"},
+        {[] { return get_dppd_recommendation(nullptr); }, -1, "cb is null"},
+        {[] { return get_multi_sim_submode_info(nullptr); }, -1, "cb is null"},
+        {[] { return set_cell_list_info(nullptr, onV2, onCellListInd); }, -2, "info is null"},
+        {[] { return set_cell_list_info(&info, nullptr, onCellListInd); }, -2, nullptr},
+        {[] { return set_cell_list_info(&info, onV2, nullptr); }, -2, nullptr},
+        {[] { return set_cell_list_info(&info, onV2, onCellListInd); }, -2,
+         "greater than MAX_SIZE_CELL_LIST!"},
+        {[] { return set_dubious_cell_array_v2(nullptr, onV2); }, -2, "info is null"},
+        {[] { return set_dubious_cell_array_v2(&v2, nullptr); }, -2, "cb is null"},
+        {[] { return set_dubious_cell_array_v2(&v2, onV2); }, -2, "serialization was unsuccessful"},
     };
-    const int good = set_device_fold_state(RUX_DEVICE_FOLD_STATE_OPEN, onPlain);
-    ASSERT_TRUE(gCalls.waitFor(std::size(local)));
+    // clang-format on
+    for (const auto& row : rows) {
+        log.clear();
+        EXPECT_EQ(row.call(), row.returns == -2 ? -5 : -1) << &row - rows;
+        EXPECT_NE(log.findEndingWith("Failed to get SDK instance.").priority, -1) << &row - rows;
+    }
+    register_rux_client(nullptr);
+    EXPECT_EQ(MavoClient::getInstance(), nullptr);
+    EXPECT_NE(log.findEndingWith("User cb function null").priority, -1);
+
+    registerWithService();
     Lines expected;
-    for (const auto& [tid, status] : local)
-        expected.push_back("plain " + num(tid) + " " + num(status) + " @sdk");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        log.clear();
+        const int got = row.call();
+        if (row.returns != 0) {
+            EXPECT_EQ(got, row.returns);
+            if (row.heard) {
+                EXPECT_NE(log.findEndingWith(row.heard).priority, -1);
+            }
+        } else {
+            expected.push_back("plain " + num(got) + " " + row.heard + " @sdk");
+        }
+    }
+    const int good = set_device_fold_state(RUX_DEVICE_FOLD_STATE_OPEN, onPlain);
+    ASSERT_TRUE(gCalls.waitFor(expected.size()));
     EXPECT_EQ(calls(), expected);
     ASSERT_TRUE(requests.waitFor(1));
     EXPECT_EQ(requests.get(), Lines{"19/" + num(good) + ": A2 01 02 08 01"});  // only this one
     EXPECT_EQ(MavoClient::getInstance()->pendingCallbacks(), 1u);  // good's alone
+    // The first plain request offered its callback as the fallback, whatever its fate.
+    answer(99, SET_HST_STATE_RESP);
     answer(0, CELL_LIST_INFO_IND_RESP, FILL(d.mutable_cell_list_info_ind_resp()));
-    ASSERT_TRUE(gCalls.waitFor(std::size(local) + 1));
-    EXPECT_EQ(calls().back(), "lengths 0 0 0");
+    ASSERT_TRUE(gCalls.waitFor(expected.size() + 2));
+    expected.insert(expected.end(), {"plain 99 0", "cell_list 1 0 0 0 0 0 0"});
+    EXPECT_EQ(calls(), expected);
 }
 
-TEST_F(ClientApiTest, FallbackIsTheFirstSetCallbackAndGetRequestsNeverSetIt) {
-    registerWithService();
-    EXPECT_EQ(get_dppd_capability(nullptr), -1);
-    get_hst_state(onGetHst);
-    const int a = set_l2nr_selection(RUX_SLOT_ID_SECOND, nullptr);  // null: not the fallback
-    const int b = enable_cell_barring_feature(RUX_SLOT_ID_FIRST, true, onFallback);
-    const int c = set_hst_state(RUX_HST_STATE_SET, onOtherPlain);
-    ASSERT_TRUE(requests.waitFor(4));
-    EXPECT_EQ(requests.get()[2], "4/" + num(b) + ": 2A 04 08 01 10 01");
-    // c's reply twice, then a's: the second copy and a's go to the fallback.
-    for (int tid : {c, c, a}) answer(tid, SET_HST_STATE_RESP);
-    ASSERT_TRUE(gCalls.waitFor(3));
-    EXPECT_EQ(calls(), (Lines{"other " + num(c) + " 0", "fallback " + num(c) + " 0",
-                              "fallback " + num(a) + " 0"}));  // on the receiver thread
-}
-
-// Requests made while the service is away are never sent: each leaves no entry behind
-// and calls nothing but the service-status callback.
-TEST_F(ClientApiTest, RequestsNeverSentLeaveNoEntryBehind) {
-    register_rux_client(onStatus);  // no service
+// A service that cannot be reached: status 6 after the attempts, on the SDK thread, and
+// requests made meanwhile are never sent and leave no entry. A request whose reconnect
+// fails is lost (status 6 again) and never sent later; once the service accepts again,
+// the next request connects and is answered.
+TEST_F(ClientApiTest, UnreachableServiceLosesRequestsUntilItAcceptsAgain) {
+    register_rux_client(onStatus);
     ASSERT_TRUE(gCalls.waitFor(1));
-    const size_t before = MavoClient::getInstance()->pendingCallbacks();
+    EXPECT_EQ(rux::test::countEndingWith(log, "Connect ret: -1"), 3u);
     set_hst_state(RUX_HST_STATE_SET, onPlain);
-    get_hst_state(onGetHst);
     get_dppd_capability(onDppdFlag);
     ASSERT_TRUE(log.waitFor([](const std::vector<rux::test::LogLine>& lines) {
         return std::count_if(lines.begin(), lines.end(), [](const rux::test::LogLine& l) {
                    return l.text.find("Request not sent") != std::string::npos;
-               }) == 4;  // the registration's too
+               }) == 3;  // the registration's too
     }));
-    EXPECT_EQ(MavoClient::getInstance()->pendingCallbacks(), before);
-    EXPECT_EQ(calls(), Lines(4, "status 6 @sdk"));
-}
-
-// A service that cannot be reached: status 6 after the attempts, on the SDK thread; a
-// request whose reconnect fails is lost (status 6 again) and never sent later; once the
-// service accepts again, the next request connects and is answered.
-TEST_F(ClientApiTest, UnreachableServiceReportsDownAndTheNextRequestAfterItRecovers) {
-    register_rux_client(onStatus);
-    ASSERT_TRUE(gCalls.waitFor(1));
-    EXPECT_EQ(calls(), Lines{"status 6 @sdk"});
-    EXPECT_EQ(rux::test::countEndingWith(log, "Connect ret: -1"), 3u);
+    EXPECT_EQ(MavoClient::getInstance()->pendingCallbacks(), 0u);
+    EXPECT_EQ(calls(), Lines(3, "status 6 @sdk"));
+    gCalls.clear();
 
     ASSERT_TRUE(server.start(path));
     const int first = set_hst_state(RUX_HST_STATE_SET, onPlain);
@@ -502,27 +482,29 @@ TEST_F(ClientApiTest, UnreachableServiceReportsDownAndTheNextRequestAfterItRecov
     EXPECT_EQ(requests.get(), Lines{"1/" + num(first) + ": 12 02 08 01"});
     server.setRefuseConnections(true);
     connected.get()[0].disconnect();
-    ASSERT_TRUE(gCalls.waitFor(2));  // the loss, from the receiver thread
+    ASSERT_TRUE(gCalls.waitFor(1));  // the loss, from the receiver thread
     const int lost = set_hst_state(RUX_HST_STATE_NOT_SET, onPlain);
-    ASSERT_TRUE(gCalls.waitFor(3));  // the failed reconnect
+    ASSERT_TRUE(gCalls.waitFor(2));  // the failed reconnect
     server.setRefuseConnections(false);
     const int next = get_hst_state(onGetHst);
     ASSERT_TRUE(requests.waitFor(2));
     EXPECT_EQ(requests.get()[1], "2/" + num(next) + ": 1A 00");  // not `lost`
     answer(next, GET_HST_STATE_RESP, FILL(d.mutable_get_hst_state_resp()->set_status(STATUS_SUCCESS)));
-    ASSERT_TRUE(gCalls.waitFor(4));
-    EXPECT_EQ(calls(), (Lines{"status 6 @sdk", "status 6", "status 6 @sdk", "get_hst " + num(next) + " 0 0"}));
+    ASSERT_TRUE(gCalls.waitFor(3));
+    EXPECT_EQ(calls(), (Lines{"status 6", "status 6 @sdk", "get_hst " + num(next) + " 0 0"}));
     EXPECT_GT(lost, first);
 }
 
 // The SDK cannot be set up (its thread does not start): the registration reports an
-// internal error (2) to its status callback at once, and requests fail.
-TEST_F(ClientApiTest, FailedSdkSetUpReportsAnInternalError) {
-    ASSERT_TRUE(server.start(path));
+// internal error (2) to its status callback at once, requests fail, and nothing is left
+// behind: the next registration reaches the service.
+TEST_F(ClientApiTest, FailedSdkSetUpReportsAnInternalErrorAndTheNextRegistrationWorks) {
     rux::sdk::failNextThreadStart();
     register_rux_client(onStatus);
     EXPECT_EQ(calls(), Lines{"status 2"});
+    EXPECT_TRUE(log.contains("cannot start the SDK thread"));
     EXPECT_EQ(set_hst_state(RUX_HST_STATE_SET, onPlain), -1);
+    registerWithService();
 }
 
 // The SDK thread is held inside one local reply's callback while deregistration starts;

@@ -1,12 +1,8 @@
 // The public header as a C++ application sees it: every enum is an int-sized type that
-// holds any int (so a caller's cast is well defined), and the records and status codes have
-// the values PublicHeaderLayout.h fixes, as PublicHeaderTest.c checks for C.
-#include <cstddef>
+// holds any int, so a caller's cast is well defined.
 #include <type_traits>
 
 #include "rux/rux_client.h"
-
-#include "PublicHeaderLayout.h"
 
 template <typename... E>
 constexpr bool kFullRangeInts = (... && (sizeof(E) == 4 &&
@@ -17,10 +13,3 @@ static_assert(
                    cell_mitigation_type_e, traffic_direction_e, application_type_e, nr5g_scs_type_e,
                    data_recommendation_action_e, data_recommendation_subs_e, multi_sim_submode_e,
                    tx_concurrency_e, cell_feedback_cause_e>);
-
-#define SIZE(type, size) static_assert(sizeof(type) == (size), "sizeof(" #type ")");
-#define AT(type, field, offset) \
-    static_assert(offsetof(type, field) == (offset), "offsetof(" #type ", " #field ")");
-#define IS(name, value) static_assert((name) == (value), #name);
-RUX_FIXED_LAYOUT(SIZE, AT)
-RUX_FIXED_NUMBERS(IS)

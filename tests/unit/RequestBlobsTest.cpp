@@ -1,7 +1,7 @@
 // Request blobs and local replies: the envelope each enum-only builder writes (event id,
-// a 64-bit transaction id, the payload in member event id + 1) or the failure it returns
-// without a blob, and the reply each local-reply builder writes. The cell records'
-// converters have a table of their own (CellConversionsTest).
+// a 64-bit transaction id, the payload in member event id + 1), and the reply each
+// local-reply builder writes. Which status each bad argument gets is pinned at the C
+// interface (MavoClientTest), the cell records' bytes by CellConversionsTest.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -35,34 +35,27 @@ std::string envelope(const Blob& blob) {
     return std::to_string(msg.event_id()) + ": " + hex(data.substr(i));
 }
 
-TEST(RequestBlobsTest, EachBuilderWritesItsRequestOrReturnsItsFailureWithoutABlob) {
+TEST(RequestBlobsTest, EachBuilderWritesItsRequest) {
     const struct {
         BlobResult got;
         const char* expected;  // "<event id>: <payload>", or the failure's status
     } cases[] = {
         {makeSetCoverageStateReqBlob(kTid, RUX_SLOT_ID_SECOND, RUX_COVERAGE_STATE_OUT_OF_COVERAGE_HOLE),
          "0: 08 02 10 02"},
-        {makeSetCoverageStateReqBlob(kTid, RUX_SLOT_ID_FIRST, static_cast<coverage_state_e>(9)), "1"},
         // A bad slot wins over a bad state.
         {makeSetCoverageStateReqBlob(kTid, static_cast<slot_id_e>(3), static_cast<coverage_state_e>(3)),
          "7"},
         {makeSetHstStateReqBlob(kTid, RUX_HST_STATE_NOT_SET), "1: 08 02"},
-        {makeSetHstStateReqBlob(kTid, static_cast<hst_state_e>(-1)), "1"},
         {makeGetHstStateReqBlob(kTid), "2: "},
         {makeEnableCellBarringFeatureReqBlob(kTid, RUX_SLOT_ID_THIRD, true), "4: 08 03 10 01"},
         {makeEnableCellBarringFeatureReqBlob(kTid, RUX_SLOT_ID_FIRST, false), "4: 08 01"},
-        {makeEnableCellBarringFeatureReqBlob(kTid, static_cast<slot_id_e>(-1), true), "7"},
         {makeSetL2NRSelectionReqBlob(kTid, RUX_SLOT_ID_FIRST), "6: 08 01"},
-        {makeSetL2NRSelectionReqBlob(kTid, static_cast<slot_id_e>(5)), "7"},
         {makeSetOutOfServiceReqBlob(kTid, RUX_SLOT_ID_SECOND, RUX_SCAN_STATE_SLOW), "7: 08 02 10 01"},
         // An unknown scan state is sent as INVALID_SCAN (0, so absent).
         {makeSetOutOfServiceReqBlob(kTid, RUX_SLOT_ID_SECOND, static_cast<scan_state_e>(2)), "7: 08 02"},
         {makeSetFlightModeStateReqBlob(kTid, RUX_FLIGHT_MODE_STATE_IN_FLIGHT), "18: 08 02"},
-        {makeSetFlightModeStateReqBlob(kTid, static_cast<rux_flight_mode_state_e>(4)), "1"},
         {makeSetDeviceFoldStateReqBlob(kTid, RUX_DEVICE_FOLD_STATE_OPEN), "19: 08 01"},
-        {makeSetDeviceFoldStateReqBlob(kTid, static_cast<rux_device_fold_state_e>(3)), "1"},
         {makeSetSubwayStateReqBlob(kTid, RUX_SUBWAY_STATE_IN_CARRIAGE), "21: 08 02"},
-        {makeSetSubwayStateReqBlob(kTid, static_cast<rux_subway_state_e>(4)), "1"},
     };
     for (const auto& c : cases) {
         const auto& [blob, status] = c.got;
