@@ -29,11 +29,6 @@ const cell_list_entry_s kListed{{{313, 340, 0}, 42, 125, 5230, 301}, 11, 2, 33, 
 // Bands 1 and 300; the LTE list sends 32 bits of the identity.
 const dubious_cell_v2_s kV2Cell{{316, 10, 0}, 0x123456789ull, 122, 100, 5, RUX_NR5G_SCS_60, 2, {1, 300}};
 
-template <typename Cell>
-std::vector<Cell> copies(size_t n, const Cell& cell) {
-    return std::vector<Cell>(n, cell);
-}
-
 // `record` changed by `change`: with(kLte, [](auto& c) { c.mcc = 1000; }).
 template <typename Record, typename Change>
 Record with(Record record, Change change) {
@@ -212,9 +207,9 @@ const Case kCases[] = {
      "FF FF FF FF FF FF FF FF FF 01 42 03 01 AC 02", "Request received for UNKNOWN SCS type"},
 
     // --- limits at n and n + 1, and each check before the next; one row per converter ---
-    {"LteCutToThirtyTwoThenCheckedInOrder", [] { auto forty = copies(40, kLte);
+    {"LteCutToThirtyTwoThenCheckedInOrder", [] { auto forty = std::vector(40, kLte);
          forty[32].mcc = 1000;  // past the limit: never read
-         return join({sent(lte(kFirst, copies(32, kLte))), sent(lte(kFirst, forty)),
+         return join({sent(lte(kFirst, std::vector(32, kLte))), sent(lte(kFirst, forty)),
                       sent(lte(kFirst, {with(kLte, kPlmn999)})),
                       sent(lte(kFirst, {kLte, with(kLte, kMcc1000)})),
                       sent(lte(kBadSlot, 2, nullptr)),
@@ -231,7 +226,7 @@ const Case kCases[] = {
                       sent(barring(kBadSlot, {kLte}, {kNr}, false)),
                       sent(barring(kBadSlot, {}, {with(kNr, kMcc1000)})),
                       sent(barring(kFirst, {with(kLte, kMcc1000)}, {with(kNr, kMnc1000)})),
-                      sent(barring(kFirst, copies(32, kLte), copies(33, kNr)))}); },
+                      sent(barring(kFirst, std::vector(32, kLte), std::vector(33, kNr)))}); },
      "1; 1; 7; 1; 0 sent 32+32",
      "cell barring info is null\nnr list: 1 cells but no list\n" + kSlotLine +
      "\nnr cell 0: mcc 311 or mnc 1000 above 999\nnr list of 33 cells: the first 32 are sent"},
@@ -241,7 +236,7 @@ const Case kCases[] = {
                       sent(preferred(kBadSlot, {kPref}, {kPref}, false)),
                       sent(preferred(kBadSlot, {bad}, {})),
                       sent(preferred(kFirst, {bad}, {kPref, bad})),
-                      sent(preferred(kFirst, copies(64, kPref), copies(65, kPref)))}); },
+                      sent(preferred(kFirst, std::vector(64, kPref), std::vector(65, kPref)))}); },
      "1; 1; 7; 1; 0 sent 64+64",
      "preferred cell list is null\nsecond list: 1 cells but no list\n" + kSlotLine +
      "\nsecond cell 1: mcc 312 or mnc 1000 above 999\n"

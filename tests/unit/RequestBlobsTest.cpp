@@ -91,20 +91,4 @@ TEST(RequestBlobsTest, EachLocalReplyCarriesItsResponseEventAndTheWireStatus) {
                 << status;
 }
 
-// Whole envelopes, byte for byte, from a builder and from the inline serialisers.
-TEST(RequestBlobsTest, EnvelopeBytesAreFixed) {
-    VexProto::ClientData data;
-    data.mutable_register_client_req();
-    VexProto::ServiceData reply;
-    reply.mutable_get_dppd_capabaility_resp()->set_capable(true);
-    const std::pair<Blob, const char*> cases[] = {
-        {makeSetHstStateReqBlob(1, RUX_HST_STATE_SET).first, "08 01 10 01 1A 04 12 02 08 01"},
-        {serialiseClientMsg(VexProto::REGISTER_CLIENT_REQ, 1, data), "08 10 10 01 1A 03 8A 01 00"},
-        {serialiseServiceMsg(VexProto::GET_DPPD_CAPABILITY_RESP, 9, reply),
-         "08 0C 10 09 1A 04 6A 02 08 01"},
-    };
-    for (const auto& [blob, bytes] : cases)
-        EXPECT_EQ(hex(std::string(blob.begin(), blob.end())), bytes);
-}
-
 }  // namespace

@@ -33,7 +33,6 @@ using rux::test::Inbox;
 using rux::test::LogCapture;
 using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;
-using namespace std::chrono_literals;
 
 RuxSdkClientType type(int t) {
     return static_cast<RuxSdkClientType>(t);
@@ -240,20 +239,13 @@ TEST(SdkClientTablesTest, ClientTypesMapToProcessIdAndWireTypeAndWireTypesBack) 
 class SdkClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        useSocket(path, 3);
+        rux::test::useSocket(path, 3);
         ASSERT_TRUE(server.start(path));
     }
     void TearDown() override {
         for (int t = 4; t <= 11; ++t) SdkClient::destroyInstance(type(t));
         server.stop();
         SdkClient::setConnectOptions({});
-    }
-    static void useSocket(const std::string& socketPath, int attempts) {
-        rux::ipc::ConnectOptions options;
-        options.socketPath = socketPath;
-        options.maxAttempts = attempts;
-        options.retryDelay = 1ms;
-        SdkClient::setConnectOptions(options);
     }
     static std::shared_ptr<SdkClientEvent> event(int t, const std::string& blob) {
         return std::make_shared<SdkClientEvent>(type(t), Bytes(blob.begin(), blob.end()));
@@ -334,7 +326,7 @@ TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
 // A connect that would try for a very long time is cut short by the teardown, silently:
 // without that, this test would run into its CTest timeout.
 TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
-    useSocket(rux::test::uniqueSocketPath("rux-nobody"), 1000000);
+    rux::test::useSocket(rux::test::uniqueSocketPath("rux-nobody"), 1000000);
     auto sdk = join(4, "never");
     ASSERT_TRUE(log.waitForText("Connect ret: -1"));
     SdkClient::destroyInstance(type(4));

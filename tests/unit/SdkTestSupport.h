@@ -1,6 +1,6 @@
 // Helpers shared by the SDK core and request client tests: an inbox that threads put
-// values into and the test waits on with a deadline, a per-test socket path, and short
-// renderings of what listeners heard and of bytes.
+// values into and the test waits on with a deadline, a per-test socket path the SDK is
+// pointed at, and short renderings of log lines and bytes.
 #pragma once
 
 #include <unistd.h>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "sdk/SdkClient.h"
 
 namespace rux::test {
 
@@ -54,6 +55,15 @@ inline std::string uniqueSocketPath(const char* stem) {
     static std::atomic<int> counter{0};
     return std::string("/tmp/") + stem + "-" + std::to_string(::getpid()) + "-" +
            std::to_string(counter++) + ".sock";
+}
+
+// Points the SDK at `socketPath`: `attempts` quick connects, not the service's 50 x 100 ms.
+inline void useSocket(const std::string& socketPath, int attempts) {
+    rux::ipc::ConnectOptions options;
+    options.socketPath = socketPath;
+    options.maxAttempts = attempts;
+    options.retryDelay = std::chrono::milliseconds(1);
+    rux::sdk::SdkClient::setConnectOptions(options);
 }
 
 // How many captured lines end with `suffix`.
