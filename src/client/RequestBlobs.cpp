@@ -32,10 +32,13 @@ auto buildRequest(const char* function, VexProto::ClientEventId eventId, unsigne
                                          : static_cast<Status>(RUX_STATUS_INTERNAL_ERR);
     std::pair<Blob, Status> result{{}, internalError};
     try {
-        VexProto::ClientData data;
-        result.second = fill(data);
+        // Filled in place inside the envelope, not built apart and copied in.
+        VexProto::ClientMsg message;
+        result.second = fill(*message.mutable_data());
         if (result.second == 0) {
-            result.first = serialiseClientMsg(eventId, tid, data);
+            message.set_event_id(eventId);
+            message.set_transaction_id(tid);
+            result.first = serialise(message);
             if (result.first.empty()) result.second = internalError;
         }
     } catch (...) {

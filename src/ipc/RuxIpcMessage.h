@@ -28,6 +28,9 @@ public:
         const std::vector<uint8_t> bytes = serialize();
         out.insert(out.end(), bytes.begin(), bytes.end());
     }
+    // What appendSerialized() will add, when known without serialising (0 otherwise):
+    // a frame is then allocated once, at its full size.
+    virtual size_t serializedSize() const { return 0; }
 
     std::string name;
     unsigned int id;
@@ -70,6 +73,7 @@ public:
     void appendSerialized(std::vector<uint8_t>& out) override {
         out.insert(out.end(), payload.begin(), payload.end());
     }
+    size_t serializedSize() const override { return payload.size(); }
 
     uint32_t subsystemId;
     uint32_t msgId;
@@ -102,6 +106,7 @@ public:
     // Fewer than 4 bytes is not a SendBlobMessage: logged, false.
     bool deserialize(std::vector<uint8_t> bytes) override;
     void appendSerialized(std::vector<uint8_t>& out) override;
+    size_t serializedSize() const override { return kTypeSize + blob.size(); }
 
     RuxSdkType sdkType;
     std::vector<uint8_t> blob;

@@ -439,7 +439,9 @@ void RuxIpcSession::handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg)
 // a message's payload is copied once on its way to the socket.
 bool RuxIpcSession::sendAsFrame(RuxIpcMessage& msg, uint64_t msgId, uint64_t subsystemId,
                                 int* err) {
-    std::vector<uint8_t> frame(kIpcHeaderSize);
+    std::vector<uint8_t> frame;
+    frame.reserve(kIpcHeaderSize + msg.serializedSize());
+    frame.resize(kIpcHeaderSize);
     msg.appendSerialized(frame);
     ipcMsg_t header{};
     header.srcProcessId = mOwnProcessId;

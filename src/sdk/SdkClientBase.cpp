@@ -108,10 +108,10 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
     }
     if (ev->toClient) {
         // Without a listener the event falls through to the send path.
-        const Listener listener = listenerInsertingEmpty(ev->type);
-        if (listener) {
+        const SharedListener listener = listenerInsertingEmpty(ev->type);
+        if (listener && *listener) {
             RUXSDK_LOG("sendClient");
-            callListener(listener, RESPONSE, ev->blob);
+            callListener(*listener, RESPONSE, ev->blob);
             return;
         }
     }
@@ -125,12 +125,12 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
     // not copied.
     if (!isConnected(ev->type)) {
         if (!ev->cleanup && !ev->blob.empty() && hasClientType(ev->type)) {
-            const Listener listener = listenerInsertingEmpty(ev->type);
-            if (listener) callListener(listener, NOT_SENT, ev->blob);
+            const SharedListener listener = listenerInsertingEmpty(ev->type);
+            if (listener && *listener) callListener(*listener, NOT_SENT, ev->blob);
         }
     } else if (!sendBlobToService(ev->type, std::move(ev->blob))) {
-        const Listener listener = listenerInsertingEmpty(ev->type);
-        if (listener) callListener(listener, SEND_FAILED, {});
+        const SharedListener listener = listenerInsertingEmpty(ev->type);
+        if (listener && *listener) callListener(*listener, SEND_FAILED, {});
     }
     if (!ev->cleanup) return;
     RUXSDK_LOG("cleanup");
@@ -138,7 +138,7 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
 }
 
 void SdkClientBase::notifyReceivedBlob(RuxSdkClientType type, std::vector<uint8_t> blob) {
-    Listener listener;
+    SharedListener listener;
     bool found = false;
     {
         std::lock_guard<std::mutex> lock(mListenerLock);
@@ -155,46 +155,47 @@ void SdkClientBase::notifyReceivedBlob(RuxSdkClientType type, std::vector<uint8_
                             static_cast<int>(type));
         return;
     }
-    if (!listener) {
+    if (!listener || !*listener) {
         RUXSDK_LOG("second null");
         return;
     }
     RUXSDK_LOG("Send response RESPONSE %d", static_cast<int>(type));
-    callListener(listener, RESPONSE, blob);
+    callListener(*listener, RESPONSE, blob);
 }
 
 void SdkClientBase::notifyServiceUp(RuxSdkClientType type) {
-    Listener listener;
+    SharedListener listener;
     {
         std::lock_guard<std::mutex> lock(mListenerLock);
         auto it = mListeners.find(type);
         if (it != mListeners.end()) listener = it->second;
     }
-    if (listener) callListener(listener, SERVICE_UP, {});
+    if (listener && *listener) callListener(*listener, SERVICE_UP, {});
 }
 
 void SdkClientBase::notifyServiceDown() {
-    std::vector<std::pair<RuxSdkClientType, Listener>> listeners;
+    std::vector<std::pair<RuxSdkClientType, SharedListener>> listeners;
     {
         std::lock_guard<std::mutex> lock(mListenerLock);
         listeners.assign(mListeners.begin(), mListeners.end());
     }
     for (const auto& [type, listener] : listeners) {
-        if (!listener) {
+        if (!listener || !*listener) {
             RUXSDK_LOG("No listener for RuxSdkClientType %d; SERVICE_DOWN not delivered",
                        static_cast<int>(type));
             continue;
         }
-        callListener(listener, SERVICE_DOWN, {});
+        callListener(*listener, SERVICE_DOWN, {});
     }
 }
 
 void SdkClientBase::setClientListener(RuxSdkClientType type, Listener listener) {
+    auto shared = std::make_shared<const Listener>(std::move(listener));
     std::lock_guard<std::mutex> lock(mListenerLock);
-    mListeners[type] = std::move(listener);
+    mListeners[type] = std::move(shared);
 }
 
-SdkClientBase::Listener SdkClientBase::listenerInsertingEmpty(RuxSdkClientType type) {
+SdkClientBase::SharedListener SdkClientBase::listenerInsertingEmpty(RuxSdkClientType type) {
     std::lock_guard<std::mutex> lock(mListenerLock);
     return mListeners[type];
 }

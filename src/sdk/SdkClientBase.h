@@ -98,16 +98,20 @@ protected:
     std::vector<bool> mClientTypes;  // guarded by mStateLock; kClientTypeCount entries
 
 private:
+    // Listeners are held by shared pointer, so that taking one out for a call is a
+    // reference count, not a copy of the callable. An entry may be null (no listener).
+    using SharedListener = std::shared_ptr<const Listener>;
+
     void sdkThread(RuxSdkClientType type, std::shared_ptr<SdkClientEvent> event);
     // The listener of `type`, inserting an empty entry when there is none (the lookups
     // of handleEvent do that, and notifyServiceDown then skips the empty entry).
-    Listener listenerInsertingEmpty(RuxSdkClientType type);
+    SharedListener listenerInsertingEmpty(RuxSdkClientType type);
     static void callListener(const Listener& listener, SdkStatus status,
                              const std::vector<uint8_t>& blob);
 
     std::atomic<bool> mRunning{false};
     std::mutex mListenerLock;
-    std::map<RuxSdkClientType, Listener> mListeners;  // guarded by mListenerLock
+    std::map<RuxSdkClientType, SharedListener> mListeners;  // guarded by mListenerLock
     std::mutex mThreadLock;                           // guards mThread (start, join, detach)
     std::thread mThread;                              // guarded by mThreadLock
     std::atomic<std::thread::id> mThreadId{};
