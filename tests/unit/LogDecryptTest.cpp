@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "LogDecrypt.h"
@@ -180,19 +181,16 @@ TEST_F(LogDecryptToolTest, KeygenThenLoggingThenDecryptionAndBadArguments) {
     rux::test::writeBytes(copy, damaged);
     const ToolRun run = runTool("-k " + keys + "/rux_log_private.pem " + copy + " " + file);
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find(copy + ": offset " + std::to_string(second) +
-                              ": record damaged: GCM tag does not verify"),
-              std::string::npos)
-        << run.output;
-    std::vector<std::string> lines;
-    for (size_t start = 0, nl; (nl = run.output.find('\n', start)) != std::string::npos;
-         start = nl + 1)
-        lines.push_back(run.output.substr(start, nl - start));
-    ASSERT_EQ(lines.size(), 6u) << run.output;  // 2 of the copy, the problem, 3 of the file
-    EXPECT_NE(lines[3].find(" I RUX : |RUX|Log::printVersion:"), std::string::npos);
-    EXPECT_NE(lines[4].find(" I RUX : |RUX|LogDecryptTest::TestBody:"), std::string::npos);
-    EXPECT_NE(lines[4].find(" round trip"), std::string::npos);
-    EXPECT_NE(lines[5].find(" E DMAP : map entry 100%"), std::string::npos) << lines[5];
+    // The copy's two lines, its problem, then the file's three lines, in that order.
+    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 6) << run.output;
+    const std::string parts[] = {
+        copy + ": offset " + std::to_string(second) + ": record damaged: GCM tag does not verify",
+        " I RUX : |RUX|Log::printVersion:", " I RUX : |RUX|LogDecryptTest::TestBody:",
+        " round trip\n", " E DMAP : map entry 100%\n"};
+    for (size_t part = 0, at = 0; part < std::size(parts); ++part) {
+        at = run.output.find(parts[part], at);
+        ASSERT_NE(at, std::string::npos) << parts[part] << "\n" << run.output;
+    }
 
     // Command lines that end with status 2, and what they say.
     rux::test::writeBytes(dir + "/key.pem", {'n', 'o'});
