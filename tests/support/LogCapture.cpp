@@ -76,13 +76,8 @@ bool LogCapture::waitFor(const std::function<bool(const std::vector<LogLine>&)>&
 }
 
 bool LogCapture::waitForText(const std::string& needle, std::chrono::milliseconds timeout) const {
-    return waitFor(
-        [&](const std::vector<LogLine>& ls) {
-            return std::any_of(ls.begin(), ls.end(), [&](const LogLine& l) {
-                return l.text.find(needle) != std::string::npos;
-            });
-        },
-        timeout);
+    auto has = [&](const LogLine& l) { return l.text.find(needle) != std::string::npos; };
+    return waitFor([&](const auto& ls) { return std::any_of(ls.begin(), ls.end(), has); }, timeout);
 }
 
 MinimumPriority::MinimumPriority(int priority) {

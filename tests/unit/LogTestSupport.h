@@ -1,11 +1,11 @@
-// Helpers shared by the logging-backend tests: a scratch folder standing in for the
-// device's log root, a cached RSA key pair, file bytes, the texts of diagnostic
-// packets, and a fixture that points Log::init at the scratch folder.
+// Helpers of the logging-backend tests: a scratch log root, a cached RSA key pair, file
+// bytes, diagnostic packet texts, and a fixture pointing Log::init at the scratch root.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -95,17 +95,15 @@ inline std::vector<std::string> diagTexts(const std::string& needle = "") {
     std::vector<std::string> out;
     for (const auto& p : rux::platform::diagPackets()) {
         const auto payload = p.payload();
-        EXPECT_EQ(Bytes(payload.begin(), payload.begin() + 4), Bytes(4, 0));
-        std::string text(payload.begin() + 4, payload.end());
-        text = text.substr(0, text.find('\0'));
+        const std::string text(payload.begin() + 4,
+                               std::find(payload.begin() + 4, payload.end(), 0));
         if (text.find(needle) != std::string::npos) out.push_back(text);
     }
     return out;
 }
 
-// Log::init finds its configuration under a scratch root, no plug-in (unless a test
-// names one) and a quiet timer; the channel takes records. Everything is put back and
-// the log threads stopped afterwards.
+// Log::init finds its configuration under a scratch root, no plug-in and a quiet timer;
+// the channel takes records. Everything is put back afterwards.
 class LogSeamsTest : public ::testing::Test {
 protected:
     void SetUp() override {
