@@ -40,90 +40,68 @@ Built buildFile() {
     return built;
 }
 
+// What decoding gives: the lines, and the problems with their offsets.
 using Problems = std::vector<std::pair<size_t, std::string>>;
-struct Outcome {
-    std::vector<std::string> lines;
-    Problems problems;
-};
+using Outcome = std::pair<std::vector<std::string>, Problems>;
 Outcome decrypt(const Bytes& file, rux::CryptoUtil& key) {
     rux::test::MinimumPriority silent(ANDROID_LOG_SILENT);  // what failed is in the outcome
     Outcome out;
     const auto result = rux::tools::decryptLogFile(
-        file, key, [&](const std::string& l) { out.lines.push_back(l); },
-        [&](size_t offset, const std::string& what) { out.problems.emplace_back(offset, what); });
-    EXPECT_EQ(result.lines, out.lines.size());
-    EXPECT_EQ(result.problems, out.problems.size());
+        file, key, [&](const std::string& l) { out.first.push_back(l); },
+        [&](size_t offset, const std::string& what) { out.second.emplace_back(offset, what); });
+    EXPECT_EQ(std::make_pair(result.lines, result.problems),
+              std::make_pair(out.first.size(), out.second.size()));
     return out;
 }
 
-class LogDecryptTest : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(key_.createRSA(rux::test::testKeys().privatePem, 0)); }
-    const Built built_ = buildFile();
-    rux::CryptoUtil key_;
-};
-
-// The whole file reads back in order; a cut file up to the record the cut falls in,
-// and that record is reported at its offset.
-TEST_F(LogDecryptTest, EveryTruncationIsReportedAtTheRecordItCuts) {
-    const auto& offsets = built_.offsets;
-    for (size_t cut = 0; cut <= built_.file.size(); ++cut) {
-        SCOPED_TRACE(cut);
-        const auto out = decrypt(Bytes(built_.file.begin(), built_.file.begin() + cut), key_);
-        size_t complete = 0;  // records wholly before the cut
-        while (complete < kLines.size() &&
-               (complete + 1 < kLines.size() ? offsets[complete + 1] : built_.file.size()) <= cut)
-            ++complete;
-        Problems problems;
-        if (cut < rux::logfile::kHeaderSize)
-            problems = {{0, "header truncated: " + std::to_string(cut) + " of 512 bytes"}};
-        else if (complete < kLines.size() && offsets[complete] != cut)
-            problems = {
-                {offsets[complete], cut == offsets[complete] + 1
-                                        ? "record truncated: length field cut"
-                                        : "record truncated: body shorter than its length"}};
-        EXPECT_EQ(out.lines, std::vector<std::string>(kLines.begin(), kLines.begin() + complete));
-        EXPECT_EQ(out.problems, problems);
-    }
-}
-
-// A flipped byte in the wrapped key loses the file, as does the wrong key; one in the
-// zero tail of the header nothing; one in a record that record only (the others still
-// read), unless it hits the length field, after which nothing can be found.
-TEST_F(LogDecryptTest, AFlippedByteDamagesOnlyItsRecordOrTheHeader) {
+// At every offset of a file, a cut and a flipped byte. A cut file reads up to the
+// record the cut falls in, which is reported at its offset. A flipped byte in the
+// wrapped key loses the file (as does the wrong key), in the header's zero tail
+// nothing, in a record that record only, unless it hits the length field, after which
+// nothing can be found.
+TEST(LogDecryptTest, EveryCutAndFlippedByteIsReportedWhereItIs) {
+    const auto& [file, offsets] = buildFile();
+    rux::CryptoUtil key;
+    ASSERT_TRUE(key.createRSA(rux::test::testKeys().privatePem, 0));
     const Problems headerDamaged = {
         {0, "header damaged: the session key does not decrypt with this private key"}};
-    const size_t wrapped = static_cast<size_t>(key_.privateKeySize());
-    for (size_t at = 0; at < built_.file.size(); ++at) {
+    EXPECT_EQ(decrypt(file, key), Outcome(kLines, {}));
+    for (size_t at = 0; at < file.size(); ++at) {
         SCOPED_TRACE(at);
-        Bytes damaged = built_.file;
+        size_t hit = 0;  // the record `at` falls in, when past the header
+        while (hit + 1 < kLines.size() && offsets[hit + 1] <= at) ++hit;
+        const size_t record = offsets[hit];
+        const bool inHeader = at < rux::logfile::kHeaderSize;
+        Outcome cut({kLines.begin(), kLines.begin() + (inHeader ? 0 : hit)}, {});
+        if (inHeader)
+            cut.second = {{0, "header truncated: " + std::to_string(at) + " of 512 bytes"}};
+        else if (at != record)
+            cut.second = {{record, at == record + 1
+                                       ? "record truncated: length field cut"
+                                       : "record truncated: body shorter than its length"}};
+        EXPECT_EQ(decrypt(Bytes(file.begin(), file.begin() + at), key), cut);
+
+        Bytes damaged = file;
         damaged[at] ^= 0x20;
-        const auto out = decrypt(damaged, key_);
-        size_t hit = 0;
-        while (hit + 1 < kLines.size() && built_.offsets[hit + 1] <= at) ++hit;
-        auto lines = kLines;
-        Problems problems;
-        if (at < wrapped) {
-            lines.clear();
-            problems = headerDamaged;
-        } else if (at >= built_.offsets[hit] + 2) {
-            lines.erase(lines.begin() + static_cast<long>(hit));
-            problems = {{built_.offsets[hit], "record damaged: GCM tag does not verify"}};
-        } else if (at >= rux::logfile::kHeaderSize) {
-            ASSERT_FALSE(out.problems.empty());
-            EXPECT_EQ(out.problems[0].first, built_.offsets[hit]);
+        const auto out = decrypt(damaged, key);
+        Outcome flipped(kLines, {});
+        if (at < static_cast<size_t>(key.privateKeySize())) {
+            flipped = {{}, headerDamaged};
+        } else if (at >= record + 2) {
+            flipped.first.erase(flipped.first.begin() + static_cast<long>(hit));
+            flipped.second = {{record, "record damaged: GCM tag does not verify"}};
+        } else if (!inHeader) {
+            ASSERT_FALSE(out.second.empty());
+            EXPECT_EQ(out.second[0].first, record);
             continue;
         }
-        EXPECT_EQ(out.lines, lines);
-        EXPECT_EQ(out.problems, problems);
+        EXPECT_EQ(out, flipped);
     }
     std::string otherPrivate, otherPublic;
     ASSERT_TRUE(rux::CryptoUtil::generateRsaKeyPair(1024, otherPrivate, otherPublic));
     rux::CryptoUtil other;
     ASSERT_TRUE(other.createRSA(otherPrivate, 0));
-    const auto out = decrypt(built_.file, other);
-    EXPECT_TRUE(out.lines.empty());
-    EXPECT_EQ(out.problems, headerDamaged);
+    EXPECT_EQ(decrypt(file, other), Outcome({}, headerDamaged));
 }
 
 // --- the command-line tool ------------------------------------------------------
