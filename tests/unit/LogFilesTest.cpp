@@ -33,8 +33,7 @@ protected:
         rux::CryptoUtil crypto;
         EXPECT_TRUE(crypto.createRSA(rux::test::testKeys().privatePem, 0));
         Bytes key, plain;
-        crypto.decryptWithRSAPrivKey({file.begin(), file.begin() + rux::test::kWrappedKeySize},
-                                     key);
+        crypto.decryptWithRSAPrivKey({file.begin(), file.begin() + crypto.privateKeySize()}, key);
         std::vector<std::string> out;
         for (const auto& r : rux::test::recordsOf(file)) {
             EXPECT_TRUE(crypto.decryptMsg(r.cipher, r.iv, r.tag, key, plain));

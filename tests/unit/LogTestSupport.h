@@ -44,7 +44,6 @@ private:
 struct KeyPair {
     std::string privatePem, publicPem;
 };
-constexpr size_t kWrappedKeySize = 128;  // of the pair below, at the start of a file
 
 // One pair per test process. 1024 bits: generating keys and the RSA operations on every
 // truncated or damaged copy of a file are the slow part; the format holds any size.
