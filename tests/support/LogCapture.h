@@ -1,6 +1,5 @@
-// Captures every line written to the Android log through liblog's logger hook, so
-// tests can assert exact priorities, tags and texts. A null tag is recorded as
-// kNullTag.
+// Captures every line written to the Android log through liblog's logger hook, so tests
+// can assert exact priorities, tags and texts. A null tag is recorded as kNullTag.
 #pragma once
 
 #include <chrono>
