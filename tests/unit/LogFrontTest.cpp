@@ -176,7 +176,7 @@ TEST_F(LogFrontTest, EveryFrontAsksForADumpPastTheQueueThreshold) {
         int minimum;
         std::function<void()> log;
     } fronts[] = {
-        {true, ANDROID_LOG_VERBOSE, [] { RUX_ADB_LOG(4, "RUX", "adb"); }},
+        {true, ANDROID_LOG_VERBOSE, [] { RUX_ADB_LOG(4, "RUX", "adb %d", 7); }},
         {true, ANDROID_LOG_VERBOSE, [] { RUX_LOG(4, "RUX", "record"); }},
         {false, ANDROID_LOG_VERBOSE, [] { RUX_LOG(4, "RUX", "Android log only"); }},
         {false, ANDROID_LOG_INFO, [] { RUX_LOG(3, "RUX", "unread"); }},
@@ -190,6 +190,7 @@ TEST_F(LogFrontTest, EveryFrontAsksForADumpPastTheQueueThreshold) {
         EXPECT_EQ(log.pendingDumpRequests(), ++requests) << &f - fronts;
     }
     EXPECT_EQ(log.queuedRecords(), Log::kQueueDumpThreshold + 2);
+    EXPECT_TRUE(capture_.contains("adb 7")) << capture_.dump();
     EXPECT_FALSE(capture_.contains("unread"));
 }
 
