@@ -109,7 +109,7 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
     if (ev->toClient) {
         // Without a listener the event falls through to the send path.
         const SharedListener listener = listenerInsertingEmpty(ev->type);
-        if (listener && *listener) {
+        if (listener) {
             RUXSDK_LOG("sendClient");
             callListener(*listener, RESPONSE, ev->blob);
             return;
@@ -126,11 +126,11 @@ void SdkClientBase::handleEvent(std::shared_ptr<SdkClientEvent> ev) {
     if (!isConnected(ev->type)) {
         if (!ev->cleanup && !ev->blob.empty() && hasClientType(ev->type)) {
             const SharedListener listener = listenerInsertingEmpty(ev->type);
-            if (listener && *listener) callListener(*listener, NOT_SENT, ev->blob);
+            if (listener) callListener(*listener, NOT_SENT, ev->blob);
         }
     } else if (!sendBlobToService(ev->type, std::move(ev->blob))) {
         const SharedListener listener = listenerInsertingEmpty(ev->type);
-        if (listener && *listener) callListener(*listener, SEND_FAILED, {});
+        if (listener) callListener(*listener, SEND_FAILED, {});
     }
     if (!ev->cleanup) return;
     RUXSDK_LOG("cleanup");
@@ -155,7 +155,7 @@ void SdkClientBase::notifyReceivedBlob(RuxSdkClientType type, std::vector<uint8_
                             static_cast<int>(type));
         return;
     }
-    if (!listener || !*listener) {
+    if (!listener) {
         RUXSDK_LOG("second null");
         return;
     }
@@ -170,7 +170,7 @@ void SdkClientBase::notifyServiceUp(RuxSdkClientType type) {
         auto it = mListeners.find(type);
         if (it != mListeners.end()) listener = it->second;
     }
-    if (listener && *listener) callListener(*listener, SERVICE_UP, {});
+    if (listener) callListener(*listener, SERVICE_UP, {});
 }
 
 void SdkClientBase::notifyServiceDown() {
@@ -180,7 +180,7 @@ void SdkClientBase::notifyServiceDown() {
         listeners.assign(mListeners.begin(), mListeners.end());
     }
     for (const auto& [type, listener] : listeners) {
-        if (!listener || !*listener) {
+        if (!listener) {
             RUXSDK_LOG("No listener for RuxSdkClientType %d; SERVICE_DOWN not delivered",
                        static_cast<int>(type));
             continue;
@@ -190,7 +190,8 @@ void SdkClientBase::notifyServiceDown() {
 }
 
 void SdkClientBase::setClientListener(RuxSdkClientType type, Listener listener) {
-    auto shared = std::make_shared<const Listener>(std::move(listener));
+    // An empty callable is stored as no listener, so a held one is always callable.
+    auto shared = listener ? std::make_shared<const Listener>(std::move(listener)) : nullptr;
     std::lock_guard<std::mutex> lock(mListenerLock);
     mListeners[type] = std::move(shared);
 }

@@ -99,7 +99,7 @@ protected:
 
 private:
     // Listeners are held by shared pointer, so that taking one out for a call is a
-    // reference count, not a copy of the callable. An entry may be null (no listener).
+    // reference count, not a copy of the callable. An entry is null or callable.
     using SharedListener = std::shared_ptr<const Listener>;
 
     void sdkThread(RuxSdkClientType type, std::shared_ptr<SdkClientEvent> event);
