@@ -19,7 +19,7 @@ std::vector<LogLine> gLines;  // guarded by gMutex
 void captureLogger(const struct __android_logger_data* data, const char* message) {
     LogLine line{data->priority, data->tag ? data->tag : LogCapture::kNullTag,
                  message ? message : ""};
-    if (std::getenv("RUX_TEST_LOG_STDERR") != nullptr)
+    if (std::getenv("RUX_TEST_LOG_STDERR") != nullptr)  // a death test's only outlet
         std::fprintf(stderr, "%d/%s: %s\n", line.priority, line.tag.c_str(), line.text.c_str());
     {
         std::lock_guard<std::mutex> lock(gMutex);

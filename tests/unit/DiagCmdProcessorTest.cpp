@@ -5,25 +5,18 @@
 #include <stdexcept>
 #include <thread>
 
-#include "LogCapture.h"
-#include "log/DiagCmdProcessor.h"
-#include "rux/platform/host.h"
+#include "LogTestSupport.h"
 
 namespace {
 
 using rux::DiagCmdProcessor;
 
-class DiagCmdProcessorTest : public ::testing::Test {
+class DiagCmdProcessorTest : public rux::test::LogSeamsTest {
 protected:
-    void SetUp() override {
-        rux::platform::diagReset();
-        rux::platform::diagSetLogCodeEnabled(DiagCmdProcessor::kLogCode, true);
-    }
     void TearDown() override {
         DiagCmdProcessor::getInstance()->initialize(nullptr);
-        rux::platform::diagReset();
+        LogSeamsTest::TearDown();
     }
-    rux::test::LogCapture capture_;
 };
 
 // A packet of code 0x1E15 is always 528 bytes: a 516-byte payload of 4 zero bytes and at

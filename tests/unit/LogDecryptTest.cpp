@@ -3,6 +3,7 @@
 // the tool itself once end to end (keygen, a logging process, decryption, arguments).
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -17,7 +18,8 @@ namespace {
 using rux::test::Bytes;
 namespace fs = std::filesystem;
 
-const std::vector<std::string> kLines = {"alpha", "", "gamma line with more text"};
+// The long line's record length needs both bytes of the length field.
+const std::vector<std::string> kLines = {"alpha", "", std::string(300, 'w'), "gamma"};
 
 // A log file made the way the library makes one, and where each record starts.
 struct Built {
@@ -51,6 +53,7 @@ Outcome decrypt(const Bytes& file, rux::CryptoUtil& key) {
         [&](size_t offset, const std::string& what) { out.second.emplace_back(offset, what); });
     EXPECT_EQ(std::make_pair(result.lines, result.problems),
               std::make_pair(out.first.size(), out.second.size()));
+    EXPECT_EQ(ERR_peek_error(), 0u);  // every failure leaves libcrypto's error queue empty
     return out;
 }
 
@@ -147,19 +150,16 @@ TEST_F(LogDecryptToolTest, KeygenThenLoggingThenDecryptionAndBadArguments) {
     // A damaged copy is reported with file and offset, the rest still printed.
     const std::string file = dir + "/main/rux_log_p0_00", copy = dir + "/damaged";
     Bytes damaged = rux::test::readBytes(file);
-    const auto records = rux::test::recordsOf(damaged);
-    ASSERT_EQ(records.size(), 3u);
-    const size_t second = 512 + 2 + 28 + records[0].cipher.size();
-    damaged[second + 40] ^= 1;
+    damaged[rux::logfile::kHeaderSize + 20] ^= 1;  // the first record's tag
     rux::test::writeBytes(copy, damaged);
     const ToolRun run = runTool("-k " + keys + "/rux_log_private.pem " + copy + " " + file);
     EXPECT_EQ(run.status, 1);
-    // The copy's two lines, its problem, then the file's three lines, in that order.
+    // The copy's problem and two lines, then the file's three lines, in that order.
     EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 6) << run.output;
-    const std::string parts[] = {
-        copy + ": offset " + std::to_string(second) + ": record damaged: GCM tag does not verify",
-        " I RUX : |RUX|Log::printVersion:", " I RUX : |RUX|LogDecryptTest::TestBody:",
-        " round trip\n", " E DMAP : map entry 100%\n"};
+    const std::string parts[] = {copy + ": offset 512: record damaged: GCM tag does not verify",
+                                 " I RUX : |RUX|Log::printVersion:",
+                                 " I RUX : |RUX|LogDecryptTest::TestBody:", " round trip\n",
+                                 " E DMAP : map entry 100%\n"};
     for (size_t part = 0, at = 0; part < std::size(parts); ++part) {
         at = run.output.find(parts[part], at);
         ASSERT_NE(at, std::string::npos) << parts[part] << "\n" << run.output;

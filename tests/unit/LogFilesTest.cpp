@@ -1,6 +1,6 @@
 // Encrypted log files through Log::init: configuration, review and pruning of the
-// files already there, naming, rotation and the records, read back with the test's
-// private key.
+// files already there, naming and rotation. What a record holds is read back by the
+// decrypt tool's test.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -13,7 +13,6 @@
 namespace {
 
 using rux::log::Log;
-using rux::test::Bytes;
 using rux::test::readBytes;
 namespace fs = std::filesystem;
 
@@ -27,19 +26,6 @@ protected:
     std::string mainDir() const { return root_.path() + "/main"; }
     std::string logFile(int index) const {
         return mainDir() + "/rux_log_p0_0" + std::to_string(index);
-    }
-    // The lines of a log file, read with the test's private key.
-    static std::vector<std::string> lines(const Bytes& file) {
-        rux::CryptoUtil crypto;
-        EXPECT_TRUE(crypto.createRSA(rux::test::testKeys().privatePem, 0));
-        Bytes key, plain;
-        crypto.decryptWithRSAPrivKey({file.begin(), file.begin() + crypto.privateKeySize()}, key);
-        std::vector<std::string> out;
-        for (const auto& r : rux::test::recordsOf(file)) {
-            EXPECT_TRUE(crypto.decryptMsg(r.cipher, r.iv, r.tag, key, plain));
-            out.emplace_back(plain.begin(), plain.end());
-        }
-        return out;
     }
     std::vector<std::string> filesInMain() const {
         std::vector<std::string> names;
@@ -106,7 +92,7 @@ TEST_F(LogFilesTest, ReviewOfTheFilesAlreadyThere) {
 }
 
 // The configured 100 records and 0 files are clamped to 3000 and 3. File 00 takes
-// max + 2 records in order (the version line and the one that rotates count in it);
+// max + 2 records (the version line and the one that rotates count in it);
 // files 00..02 fill, the next rotation names 03, deletes 00 and starts counting from
 // 0 again, so the one after reuses 01. Files are group-writable when asked.
 TEST_F(LogFilesTest, RotationAtMaxRecordsWrapsAtMaxFiles) {
@@ -130,7 +116,7 @@ TEST_F(LogFilesTest, RotationAtMaxRecordsWrapsAtMaxFiles) {
     EXPECT_EQ(logged, 3001);
     EXPECT_EQ(Log::getInstance().recordsInFile(), 1);  // the record that rotated counts here
     EXPECT_EQ(readBytes(logFile(1)).size(), 512u);     // header only so far
-    const Bytes firstFile = readBytes(logFile(0));     // decrypted last: decryption logs
+    EXPECT_EQ(rux::test::recordsOf(readBytes(logFile(0))).size(), 3002u);
 
     logUntil(logFile(3));
     EXPECT_EQ(Log::getInstance().fileIndex(), 0);
@@ -140,11 +126,6 @@ TEST_F(LogFilesTest, RotationAtMaxRecordsWrapsAtMaxFiles) {
     ASSERT_EQ(Log::getInstance().currentFileName(), logFile(1));
     EXPECT_EQ(readBytes(logFile(1)).size(), 512u);  // started afresh
     EXPECT_EQ(rux::test::recordsOf(readBytes(logFile(3))).size(), 3001u);
-    const auto first = lines(firstFile);
-    ASSERT_EQ(first.size(), 3002u);
-    EXPECT_NE(first[0].find(" I RUX : |RUX|Log::printVersion:"), std::string::npos) << first[0];
-    EXPECT_EQ(first[1].substr(first[1].size() - 9), " record 0");
-    EXPECT_EQ(first.back().substr(first.back().size() - 12), " record 3000");
 }
 
 // Other tags write to the other folder; while running, a new tag only changes the tag.

