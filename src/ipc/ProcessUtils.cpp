@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <system_error>
 #include <vector>
@@ -62,25 +63,11 @@ Wait waitReadable(int fd, std::chrono::milliseconds limit) {
 // How a read of part of a frame ended.
 enum class Read { kDone, kClosed, kFailed, kStalled };
 
-// Reads exactly `size` header bytes into `out`. The wait for the first byte has no
-// limit (the connection is idle between frames); each wait after it at most `stall`.
-// `got` tells how many bytes arrived.
-Read receiveHeader(int fd, uint8_t* out, size_t size, std::chrono::milliseconds stall,
-                   size_t& got) {
-    got = 0;
-    while (got < size) {
-        const ssize_t r = ::recv(fd, out + got, size - got, got == 0 ? 0 : MSG_DONTWAIT);
-        if (r > 0) {
-            got += static_cast<size_t>(r);
-            continue;
-        }
-        if (r == 0) return Read::kClosed;
-        if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) return Read::kFailed;
-        const Wait w = waitReadable(fd, stall);
-        if (w != Wait::kReadable) return w == Wait::kStalled ? Read::kStalled : Read::kFailed;
-    }
-    return Read::kDone;
+// Waits for more of a frame: at most `stall`.
+Read waitForMore(int fd, std::chrono::milliseconds stall) {
+    const Wait w = waitReadable(fd, stall);
+    if (w == Wait::kReadable) return Read::kDone;
+    return w == Wait::kStalled ? Read::kStalled : Read::kFailed;
 }
 
 // Reads `length` payload bytes into `payload` (reserved for them). The vector grows
@@ -92,8 +79,8 @@ Read receivePayload(int fd, std::vector<uint8_t>& payload, uint64_t length,
         int waiting = 0;
         if (::ioctl(fd, FIONREAD, &waiting) < 0) return Read::kFailed;
         if (waiting <= 0) {
-            const Wait w = waitReadable(fd, stall);
-            if (w != Wait::kReadable) return w == Wait::kStalled ? Read::kStalled : Read::kFailed;
+            const Read w = waitForMore(fd, stall);
+            if (w != Read::kDone) return w;
             uint8_t probe;
             const ssize_t r = ::recv(fd, &probe, 1, MSG_PEEK | MSG_DONTWAIT);
             if (r == 0) return Read::kClosed;
@@ -112,6 +99,81 @@ Read receivePayload(int fd, std::vector<uint8_t>& payload, uint64_t length,
             return Read::kFailed;
     }
     return Read::kDone;
+}
+
+// The receiver's read-ahead: one recv takes whatever the socket holds, up to a fixed
+// size, and the frames in it are handed on from here without another system call.
+// Unread bytes are [mBegin, mEnd) of a block that never grows.
+class ReceiveBuffer {
+public:
+    static constexpr size_t kCapacity = 16 * 1024;
+
+    ReceiveBuffer() : mBytes(new uint8_t[kCapacity]) {}
+    const uint8_t* data() const { return mBytes.get() + mBegin; }
+    size_t size() const { return mEnd - mBegin; }
+    void consume(size_t n) {
+        mBegin += n;
+        if (mBegin == mEnd) mBegin = mEnd = 0;
+    }
+
+    // One recv into the free space, after moving what is unread (never more than a part
+    // of a header: payload bytes are taken out before the buffer is filled again) to the
+    // front. The first read of a frame (nothing buffered and `idle`) waits without limit;
+    // any other wait is at most `stall`.
+    Read fill(int fd, bool idle, std::chrono::milliseconds stall) {
+        if (mBegin > 0) {
+            std::memmove(mBytes.get(), mBytes.get() + mBegin, size());
+            mEnd -= mBegin;
+            mBegin = 0;
+        }
+        const bool waitForGood = idle && mEnd == 0;
+        for (;;) {
+            const ssize_t r =
+                ::recv(fd, mBytes.get() + mEnd, kCapacity - mEnd, waitForGood ? 0 : MSG_DONTWAIT);
+            if (r > 0) {
+                mEnd += static_cast<size_t>(r);
+                return Read::kDone;
+            }
+            if (r == 0) return Read::kClosed;
+            if (errno == EINTR) continue;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) return Read::kFailed;
+            const Read w = waitForMore(fd, stall);
+            if (w != Read::kDone) return w;
+        }
+    }
+
+private:
+    std::unique_ptr<uint8_t[]> mBytes;
+    size_t mBegin = 0;
+    size_t mEnd = 0;
+};
+
+// Buffers the next frame's header, reading only while fewer than its 48 bytes are in.
+Read receiveHeader(int fd, ReceiveBuffer& buffer, std::chrono::milliseconds stall) {
+    while (buffer.size() < kIpcHeaderSize) {
+        const Read r = buffer.fill(fd, true, stall);
+        if (r != Read::kDone) return r;
+    }
+    return Read::kDone;
+}
+
+// Takes `length` payload bytes into `payload` (reserved for them): first what is
+// buffered, then more as it arrives, so every byte is copied once and none of the
+// vector is written before its bytes are in. The rest of a payload that would not fit
+// in the buffer is read straight into the vector.
+Read takePayload(int fd, ReceiveBuffer& buffer, std::vector<uint8_t>& payload, uint64_t length,
+                 std::chrono::milliseconds stall) {
+    for (;;) {
+        const size_t take =
+            static_cast<size_t>(std::min<uint64_t>(length - payload.size(), buffer.size()));
+        payload.insert(payload.end(), buffer.data(), buffer.data() + take);
+        buffer.consume(take);
+        if (payload.size() == length) return Read::kDone;
+        if (length - payload.size() >= ReceiveBuffer::kCapacity)
+            return receivePayload(fd, payload, length, stall);
+        const Read r = buffer.fill(fd, false, stall);
+        if (r != Read::kDone) return r;
+    }
 }
 
 }  // namespace
@@ -321,13 +383,12 @@ void ProcessUtilsGlobals::receiverMain(std::shared_ptr<ProcessUtilsGlobals> glob
 void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool matchByIdentity,
                                       ProcessHandler& handler) {
     const std::chrono::milliseconds stall = handler.frameStallLimit();
+    ReceiveBuffer buffer;
     int err = 0;
     for (;;) {
-        ipcMsg_t header{};
-        size_t headerBytes = 0;
-        const Read headerRead = receiveHeader(io.fd, reinterpret_cast<uint8_t*>(&header),
-                                              kIpcHeaderSize, stall, headerBytes);
+        const Read headerRead = receiveHeader(io.fd, buffer, stall);
         err = errno;
+        const size_t headerBytes = std::min(buffer.size(), kIpcHeaderSize);
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "recv: len: %d",
                 headerRead == Read::kFailed && headerBytes == 0 ? -1
                                                                 : static_cast<int>(headerBytes));
@@ -341,6 +402,9 @@ void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool m
             RUX_LOG(ANDROID_LOG_ERROR, kTag, "Error 1st recv");
             break;
         }
+        ipcMsg_t header{};
+        std::memcpy(&header, buffer.data(), kIpcHeaderSize);
+        buffer.consume(kIpcHeaderSize);
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received data size: %d", static_cast<int>(header.length));
         // Checked before anything is allocated: no frame of this protocol comes near it.
         if (header.length > kMaxReceivedPayload) {
@@ -357,7 +421,7 @@ void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool m
             std::exit(-1);
         }
         if (header.length > 0) {
-            const Read payloadRead = receivePayload(io.fd, payload, header.length, stall);
+            const Read payloadRead = takePayload(io.fd, buffer, payload, header.length, stall);
             if (payloadRead == Read::kFailed) {
                 err = errno;
                 RUX_LOG(ANDROID_LOG_ERROR, kTag, "Error 2nd recv: errno: %d(%s)", err,
