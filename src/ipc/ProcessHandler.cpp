@@ -67,6 +67,10 @@ void ProcessHandler::handleFrame(const ipcMsg_t& header, std::vector<uint8_t> pa
     handleMsg(reinterpret_cast<ipcMsg_t*>(frame.data()));
 }
 
+void ProcessHandler::handleBufferedFrame(const ipcMsg_t& header, const uint8_t* payload) {
+    handleFrame(header, std::vector<uint8_t>(payload, payload + header.length));
+}
+
 void ProcessHandler::handleSessionEnd(unsigned int) {}
 
 void ProcessHandler::handleSocketEnd(unsigned int sessionId, uint64_t) {

@@ -55,6 +55,10 @@ public:
     // handler may keep. Default: the frame laid out whole (header, then payload) for
     // handleMsg.
     virtual void handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload);
+    // A frame whose payload (header.length bytes) the receiver still holds in its
+    // read-ahead, valid only during the call. Default: the payload copied into a vector
+    // of its own for handleFrame.
+    virtual void handleBufferedFrame(const ipcMsg_t& header, const uint8_t* payload);
     // Default: nothing.
     virtual void handleSessionEnd(unsigned int sessionId);
     // What the receiver of a registered socket calls when the socket ends: `registration`

@@ -414,13 +414,24 @@ void ProcessUtilsGlobals::receiveLoop(const SocketDescriptor& io, int fd, bool m
                     static_cast<unsigned long long>(kMaxReceivedPayload));
             break;
         }
+        // A payload already in the read-ahead is handed on from there.
+        if (buffer.size() >= header.length) {
+            RUX_LOG(ANDROID_LOG_DEBUG, kTag, "recv: length: %d", static_cast<int>(header.length));
+            try {
+                handler.handleBufferedFrame(header, buffer.data());
+            } catch (...) {
+                RUX_LOG(ANDROID_LOG_ERROR, kTag, "handleMsg threw; frame dropped");
+            }
+            buffer.consume(static_cast<size_t>(header.length));
+            continue;
+        }
         // Within the limit a length that cannot be allocated ends the process.
         std::vector<uint8_t> payload;
         if (!reservePayload(payload, header.length)) {
             __android_log_print(ANDROID_LOG_ERROR, kTag, "malloc failed");
             std::exit(-1);
         }
-        if (header.length > 0) {
+        {
             const Read payloadRead = takePayload(io.fd, buffer, payload, header.length, stall);
             if (payloadRead == Read::kFailed) {
                 err = errno;

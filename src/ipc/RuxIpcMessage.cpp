@@ -19,14 +19,31 @@ void SendBlobMessage::appendSerialized(std::vector<uint8_t>& out) {
     out.insert(out.end(), blob.begin(), blob.end());
 }
 
-bool SendBlobMessage::deserialize(std::vector<uint8_t> bytes) {
-    if (bytes.size() < kTypeSize) {
-        RUX_LOG(ANDROID_LOG_ERROR, "RUX", "SendBlobMessage too short: %zu bytes", bytes.size());
+namespace {
+
+// The 4-byte type in front of the blob; false (logged) when there are fewer bytes.
+bool readSdkType(const uint8_t* bytes, size_t size, RuxSdkType& out) {
+    if (size < SendBlobMessage::kTypeSize) {
+        RUX_LOG(ANDROID_LOG_ERROR, "RUX", "SendBlobMessage too short: %zu bytes", size);
         return false;
     }
     uint32_t type = 0;
-    for (size_t i = 0; i < kTypeSize; ++i) type |= static_cast<uint32_t>(bytes[i]) << (8 * i);
-    sdkType = static_cast<RuxSdkType>(type);
+    for (size_t i = 0; i < SendBlobMessage::kTypeSize; ++i)
+        type |= static_cast<uint32_t>(bytes[i]) << (8 * i);
+    out = static_cast<RuxSdkType>(type);
+    return true;
+}
+
+}  // namespace
+
+bool SendBlobMessage::deserialize(const uint8_t* bytes, size_t size) {
+    if (!readSdkType(bytes, size, sdkType)) return false;
+    blob.assign(bytes + kTypeSize, bytes + size);
+    return true;
+}
+
+bool SendBlobMessage::deserialize(std::vector<uint8_t> bytes) {
+    if (!readSdkType(bytes.data(), bytes.size(), sdkType)) return false;
     // The bytes are this message's own: the blob is what follows the type, moved down
     // in place rather than copied out.
     bytes.erase(bytes.begin(), bytes.begin() + kTypeSize);

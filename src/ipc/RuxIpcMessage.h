@@ -54,10 +54,21 @@ public:
           payload(std::move(payload)) {}
     std::vector<uint8_t> serialize() override { return {}; }
     bool deserialize(std::vector<uint8_t>) override { return true; }
+    // The payload as the message's own: a borrowed one is copied in now.
+    void ownPayload() {
+        if (borrowed == nullptr) return;
+        payload.assign(borrowed, borrowed + borrowedSize);
+        borrowed = nullptr;
+        borrowedSize = 0;
+    }
 
     uint32_t subsystemId;
     uint32_t msgId;
     std::vector<uint8_t> payload;
+    // While a session handles the message on the receiver's thread, the payload may still
+    // lie in the receiver's read-ahead (payload empty meanwhile); null otherwise.
+    const uint8_t* borrowed = nullptr;
+    size_t borrowedSize = 0;
 };
 
 class RuxIpcRawMessage : public RuxIpcMessage {
@@ -105,6 +116,8 @@ public:
     std::vector<uint8_t> serialize() override;
     // Fewer than 4 bytes is not a SendBlobMessage: logged, false.
     bool deserialize(std::vector<uint8_t> bytes) override;
+    // The same from bytes it does not own: the blob is copied out once.
+    bool deserialize(const uint8_t* bytes, size_t size);
     void appendSerialized(std::vector<uint8_t>& out) override;
     size_t serializedSize() const override { return kTypeSize + blob.size(); }
 
@@ -116,6 +129,9 @@ public:
 struct IpcMsgConstructorHandlerPair_t {
     std::function<std::shared_ptr<RuxIpcMessage>(std::vector<uint8_t>)> constructor;
     std::function<void(std::shared_ptr<RuxIpcMessage>)> handler;
+    // Optional: builds the message from payload bytes it does not own (valid during the
+    // call), for payloads the receiver still holds; otherwise `constructor` gets a copy.
+    std::function<std::shared_ptr<RuxIpcMessage>(const uint8_t*, size_t)> constructFromBytes;
 };
 
 }  // namespace rux::ipc

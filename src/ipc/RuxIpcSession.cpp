@@ -137,11 +137,33 @@ void RuxIpcSession::handleMsg(ipcMsg_t* frame) {
 
 // The receiver's frames: the payload it read travels on in the message, uncopied.
 void RuxIpcSession::handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload) {
+    postIncoming(header, std::make_shared<RuxIpcIncomingRawMessage>(
+                             static_cast<uint32_t>(header.subsystemId),
+                             static_cast<uint32_t>(header.msgId), std::move(payload)));
+}
+
+// Without a worker the message is handled right here, while the receiver still holds the
+// payload: it is lent, and copied once, into whatever the message becomes. A worker
+// handles it later, so then it gets a copy of its own first.
+void RuxIpcSession::handleBufferedFrame(const ipcMsg_t& header, const uint8_t* payload) {
+    if (isRunning()) {
+        ProcessHandler::handleBufferedFrame(header, payload);
+        return;
+    }
+    auto raw = std::make_shared<RuxIpcIncomingRawMessage>(
+        static_cast<uint32_t>(header.subsystemId), static_cast<uint32_t>(header.msgId),
+        std::vector<uint8_t>());
+    raw->borrowed = payload;
+    raw->borrowedSize = static_cast<size_t>(header.length);
+    postIncoming(header, raw);
+    raw->ownPayload();  // in case anything kept it
+}
+
+void RuxIpcSession::postIncoming(const ipcMsg_t& header,
+                                 std::shared_ptr<RuxIpcIncomingRawMessage> raw) {
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Received IPC message id: %d, state: %d",
             static_cast<int>(header.msgId), static_cast<int>(header.subsystemId));
-    postToSelf(std::make_shared<RuxIpcIncomingRawMessage>(static_cast<uint32_t>(header.subsystemId),
-                                                          static_cast<uint32_t>(header.msgId),
-                                                          std::move(payload)));
+    postToSelf(std::move(raw));
 }
 
 void RuxIpcSession::handleSessionEnd(unsigned int sessionId) {
@@ -387,6 +409,7 @@ void RuxIpcSession::handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcM
     }
     if (rawHandler) {
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found raw message handler");
+        raw->ownPayload();
         rawHandler(raw);
         return;
     }
@@ -396,8 +419,15 @@ void RuxIpcSession::handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcM
         return;
     }
     RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found message constructor; constructing msg");
-    // Nothing else reads the raw message's payload: the new message takes it over.
-    std::shared_ptr<RuxIpcMessage> built = entry.constructor(std::move(raw->payload));
+    // Nothing else reads the raw message's payload: the new message takes it over, or
+    // copies it out of the receiver's read-ahead.
+    std::shared_ptr<RuxIpcMessage> built;
+    if (raw->borrowed != nullptr && entry.constructFromBytes) {
+        built = entry.constructFromBytes(raw->borrowed, raw->borrowedSize);
+    } else {
+        raw->ownPayload();
+        built = entry.constructor(std::move(raw->payload));
+    }
     if (entry.handler) {
         RUX_LOG(ANDROID_LOG_DEBUG, kTag, "Found message handler; calling handler");
         entry.handler(std::move(built));

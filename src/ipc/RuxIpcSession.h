@@ -85,6 +85,7 @@ public:
 
     void handleMsg(ipcMsg_t* frame) override;
     void handleFrame(const ipcMsg_t& header, std::vector<uint8_t> payload) override;
+    void handleBufferedFrame(const ipcMsg_t& header, const uint8_t* payload) override;
     void handleSessionEnd(unsigned int sessionId) override;
     void handleSocketEnd(unsigned int sessionId, uint64_t registration) override;
     void handleEvent(std::shared_ptr<RuxIpcMessage> msg) override;
@@ -101,6 +102,7 @@ protected:
 private:
     void handleConnectToRuxEvent();
     bool performHandshake(int fd);
+    void postIncoming(const ipcMsg_t& header, std::shared_ptr<RuxIpcIncomingRawMessage> raw);
     void handleRuxIpcIncomingRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
     void handleRuxIpcRawMessage(const std::shared_ptr<RuxIpcMessage>& msg);
     void handleSendMessage(const std::shared_ptr<RuxIpcMessage>& msg);

@@ -240,6 +240,11 @@ std::shared_ptr<RuxIpcClientSession> SdkClient::createRuxSdkClient(ProcessId id)
         },
         [this](std::shared_ptr<rux::ipc::RuxIpcMessage> msg) {
             handleSendBlobMessage(std::dynamic_pointer_cast<SendBlobMessage>(msg));
+        },
+        [](const uint8_t* bytes, size_t size) -> std::shared_ptr<rux::ipc::RuxIpcMessage> {
+            auto msg = std::make_shared<SendBlobMessage>();
+            if (!msg->deserialize(bytes, size)) return nullptr;
+            return msg;
         }};
     session->registerForMessages(std::move(registry));
     return session;
