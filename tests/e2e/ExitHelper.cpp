@@ -7,37 +7,27 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <future>
-#include <mutex>
+#include <string>
 #include <thread>
 
 #include "rux/rux_client.h"
 
-namespace {
-
-std::promise<void> gAnswered;
-std::once_flag gOnce;
-
-void answered(int tid, status_e status) {
-    std::printf("query %d %d\n", tid, status);
-    std::call_once(gOnce, [] { gAnswered.set_value(); });
-}
-bool waitAnswered() {
-    return gAnswered.get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
-}
-
-}  // namespace
+static std::promise<void> gAnswered;
 
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    const char* mode = argc > 1 ? argv[1] : "reply";
+    const std::string mode = argc > 1 ? argv[1] : "reply";
     register_rux_client([](status_e) {});
-    get_hst_state([](int tid, status_e status, hst_state_e) { answered(tid, status); });
-    if (!waitAnswered()) return 3;
-    if (std::strcmp(mode, "reply") == 0) return 0;
+    get_hst_state([](int tid, status_e status, hst_state_e) {
+        std::printf("query %d %d\n", tid, status);
+        gAnswered.set_value();  // a second answer would end the process
+    });
+    if (gAnswered.get_future().wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+        return 3;
+    if (mode == "reply") return 0;
     for (int i = 0; i < 8; ++i) set_hst_state(RUX_HST_STATE_SET, [](int, status_e) {});
     std::printf("issued\n");
-    if (std::strcmp(mode, "thread-exit") == 0) std::thread([] { std::exit(0); }).join();
+    if (mode == "thread-exit") std::thread([] { std::exit(0); }).join();
     return 0;
 }

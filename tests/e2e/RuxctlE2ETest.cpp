@@ -20,7 +20,7 @@ std::unique_ptr<Subprocess> start(const std::string& command, const std::string&
     Lines argv{RUX_RUXCTL_PATH};
     std::istringstream words(command);
     for (std::string w; words >> w;) argv.push_back(w);
-    auto p = std::make_unique<Subprocess>(argv, Subprocess::Stderr::Capture);
+    auto p = std::make_unique<Subprocess>(argv, true);
     if (!input.empty()) p->writeLine(input);
     p->closeStdin();
     return p;

@@ -66,12 +66,10 @@ std::string request(const std::string& text) {
 void expectServedBy(const std::string& path, const std::string& who) {
     const std::string log = path + ".log";
     std::ofstream(log) << "first\n";
-    Subprocess second({SimProcess::binary(), "--socket", path, "--log", log},
-                      Subprocess::Stderr::Merge);
+    SimProcess second(path, {"--log", log});
     const auto status = second.waitExit();
     EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 1) << second.dump();
-    EXPECT_TRUE(second.waitForLine("rux-sim: " + path + " is already served by " + who))
-        << second.dump();
+    EXPECT_EQ(second.lines(), std::vector<std::string>{"rux-sim: " + path + " is already served by " + who});
     std::ifstream in(log);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "first\n");
     ::unlink(log.c_str());

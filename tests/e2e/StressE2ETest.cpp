@@ -6,6 +6,7 @@
 // many descriptors and threads as before it registered.
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 
 #include <atomic>
@@ -97,7 +98,8 @@ TEST(StressE2ETest, ServiceKilledAndRestartedUnderFourRequestingThreads) {
     while (crashes < 200 && std::chrono::steady_clock::now() - start < 10s) {
         // Some traffic on this incarnation's session (more or less), then the loss of it.
         ASSERT_TRUE(sim->waitForCount("request session=", 1 + crashes * 7 % 40)) << sim->dump();
-        sim->crash();
+        sim->kill(SIGKILL);
+        sim->waitExit();
         ++crashes;
         std::unique_lock<std::mutex> lock(record.mutex);
         ASSERT_TRUE(record.changed.wait_for(lock, 20s, [&] { return record.downs >= crashes; }))

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <atomic>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #ifndef RUX_SIM_PATH
@@ -30,49 +29,33 @@ size_t countIn(const std::vector<std::string>& lines, const std::string& needle)
 
 }  // namespace
 
-Subprocess::Subprocess(const std::vector<std::string>& argv, Stderr stderrMode) {
+Subprocess::Subprocess(const std::vector<std::string>& argv, bool captureStderr) {
     int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0) return;
-    if (::pipe2(out, O_CLOEXEC) != 0) {
-        ::close(in[0]);
-        ::close(in[1]);
-        return;
-    }
-    if (stderrMode == Stderr::Capture) mStderr = ::memfd_create("stderr", MFD_CLOEXEC);
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) return;
+    if (captureStderr) mStderr = ::memfd_create("stderr", MFD_CLOEXEC);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    const int err = stderrMode == Stderr::Merge ? out[1] : mStderr;
-    if (err >= 0) posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, captureStderr ? mStderr : out[1], STDERR_FILENO);
     std::vector<char*> args;
     for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
-    const int rc = ::posix_spawn(&mPid, args[0], &actions, nullptr, args.data(), environ);
+    if (::posix_spawn(&mPid, args[0], &actions, nullptr, args.data(), environ) != 0) mPid = -1;
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
-    if (rc != 0) {
-        mPid = -1;
-        ::close(in[1]);
-        ::close(out[0]);
-        return;
-    }
     mStdin = ::fdopen(in[1], "w");
     mReader = std::thread(&Subprocess::readAndReap, this, ::fdopen(out[0], "r"));
 }
 
 Subprocess::~Subprocess() {
     closeStdin();
-    if (started() && !waitExit()) {
-        kill(SIGKILL);
-        waitExit();
-    }
+    if (!waitExit()) kill(SIGKILL);
     if (mReader.joinable()) mReader.join();
     if (mStderr >= 0) ::close(mStderr);
 }
 
-// The process is reaped only under the lock, so kill() never signals a reused pid.
 void Subprocess::readAndReap(FILE* out) {
     char* line = nullptr;
     size_t size = 0;
@@ -83,6 +66,8 @@ void Subprocess::readAndReap(FILE* out) {
     }
     std::free(line);
     std::fclose(out);
+    if (!started()) return;
+    // Reaped only under the lock, so that kill() never signals a reused pid.
     siginfo_t info;
     while (::waitid(P_PID, static_cast<id_t>(mPid), &info, WEXITED | WNOWAIT) != 0 &&
            errno == EINTR) {
@@ -116,8 +101,7 @@ bool Subprocess::waitFor(
 }
 
 bool Subprocess::waitForCount(const std::string& needle, size_t n) const {
-    return waitFor(
-        [&](const std::vector<std::string>& lines) { return countIn(lines, needle) >= n; });
+    return waitFor([&](const std::vector<std::string>& lines) { return countIn(lines, needle) >= n; });
 }
 
 size_t Subprocess::count(const std::string& needle) const {
@@ -163,26 +147,16 @@ bool SimProcess::isReply(const std::string& line) {
     return line.rfind("ok", 0) == 0 || line.rfind("error:", 0) == 0;
 }
 
+// Replies come only to control lines, one each: this line's is the first after those so far.
 std::string SimProcess::command(const std::string& line) {
-    const auto replies = [](const std::vector<std::string>& lines) {
-        std::vector<std::string> out;
-        std::copy_if(lines.begin(), lines.end(), std::back_inserter(out), isReply);
-        return out;
+    const size_t from = lines().size();
+    const auto reply = [from](const std::vector<std::string>& l) {
+        return std::find_if(l.begin() + static_cast<long>(from), l.end(), isReply);
     };
-    const size_t before = replies(lines()).size();
-    const auto answered = [&](const std::vector<std::string>& l) {
-        return replies(l).size() > before;
-    };
-    return writeLine(line) && waitFor(answered) ? replies(lines())[before] : "";
-}
-
-void SimProcess::crash() {
-    kill(SIGKILL);
-    waitExit();
-}
-
-std::string SimProcess::binary() {
-    return RUX_SIM_PATH;
+    if (!writeLine(line) || !waitFor([&](const auto& l) { return reply(l) != l.end(); }))
+        return "";
+    const auto all = lines();
+    return *reply(all);
 }
 
 std::string SimProcess::uniqueSocketPath(const std::string& name) {

@@ -1,6 +1,6 @@
 // Subprocess: a program run by a test in the test's environment, with a pipe to its stdin
-// and its stdout collected line by line by a reader thread, which reaps the process once
-// the output ends. Every wait is on an event (a new line, the exit) with a deadline.
+// and its output read line by line by a thread that reaps the process once the output
+// ends. Every wait is on an event (a new line, the exit) with a deadline.
 // SimProcess: rux-sim on a private socket path, driven through its control lines on stdin;
 // its readable event log is its stdout.
 #pragma once
@@ -23,10 +23,8 @@ constexpr std::chrono::seconds kDeadline{20};
 
 class Subprocess {
 public:
-    // Inherit: the test's (the library's log lines show up in the test output); Merge: into
-    // the stdout lines; Capture: errorLines().
-    enum class Stderr { Inherit, Merge, Capture };
-    explicit Subprocess(const std::vector<std::string>& argv, Stderr stderrMode = Stderr::Inherit);
+    // Stderr joins the stdout lines, or with `captureStderr` goes to errorLines().
+    explicit Subprocess(const std::vector<std::string>& argv, bool captureStderr = false);
     // Closes stdin and waits for the exit; a process still running at the deadline is killed.
     ~Subprocess();
     Subprocess(const Subprocess&) = delete;
@@ -47,8 +45,7 @@ public:
     bool waitForLine(const std::string& needle) const { return waitForCount(needle, 1); }
     size_t count(const std::string& needle) const;
     std::string dump() const;
-    // What a process started with Stderr::Capture wrote to stderr, once it has exited.
-    std::vector<std::string> errorLines();
+    std::vector<std::string> errorLines();  // once the process has exited
 
     // The wait status once the process has exited, or nothing at the deadline.
     std::optional<int> waitExit();
@@ -59,7 +56,7 @@ private:
 
     pid_t mPid = -1;
     FILE* mStdin = nullptr;
-    int mStderr = -1;  // Stderr::Capture: an in-memory file
+    int mStderr = -1;  // captureStderr: an in-memory file
     mutable std::mutex mMutex;
     mutable std::condition_variable mChanged;
     std::vector<std::string> mLines;  // guarded by mMutex
@@ -75,12 +72,10 @@ public:
     bool ready() const { return mReady; }
     // One control line; the reply ("ok ..." or "error: ..."), or "" at the deadline.
     std::string command(const std::string& line);
-    void crash();  // SIGKILL, as a crashing service; returns once the process is gone
 
     static bool isReply(const std::string& line);
     // A socket path unique to this process and call: /tmp/rux-e2e-<pid>-<n>-<name>.sock
     static std::string uniqueSocketPath(const std::string& name);
-    static std::string binary();  // for tests that start one themselves
 
 private:
     bool mReady = false;
