@@ -26,7 +26,8 @@ TEST(ProcessE2ETest, ExitsWithStatusZeroAfterAReplyWithRequestsOutstandingAndFro
         EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << app.dump();
         EXPECT_EQ(app.count("query 3 0"), 1u) << app.dump();
         EXPECT_EQ(app.count("issued"), issues ? 1u : 0u) << app.dump();
-        EXPECT_TRUE(sim.waitForCount("disconnected session=" + std::to_string(++n), 1)) << sim.dump();
+        EXPECT_TRUE(sim.waitForCount("disconnected session=" + std::to_string(++n), 1))
+            << sim.dump();
     }
     EXPECT_EQ(sim.count("tid=1 REGISTER_CLIENT_REQ {}"), 3u) << sim.dump();
 }

@@ -69,7 +69,8 @@ void expectServedBy(const std::string& path, const std::string& who) {
     SimProcess second(path, {"--log", log});
     const auto status = second.waitExit();
     EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 1) << second.dump();
-    EXPECT_EQ(second.lines(), std::vector<std::string>{"rux-sim: " + path + " is already served by " + who});
+    EXPECT_EQ(second.lines(),
+              std::vector<std::string>{"rux-sim: " + path + " is already served by " + who});
     std::ifstream in(log);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "first\n");
     ::unlink(log.c_str());

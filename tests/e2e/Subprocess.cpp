@@ -101,7 +101,8 @@ bool Subprocess::waitFor(
 }
 
 bool Subprocess::waitForCount(const std::string& needle, size_t n) const {
-    return waitFor([&](const std::vector<std::string>& lines) { return countIn(lines, needle) >= n; });
+    return waitFor(
+        [&](const std::vector<std::string>& lines) { return countIn(lines, needle) >= n; });
 }
 
 size_t Subprocess::count(const std::string& needle) const {
@@ -153,8 +154,7 @@ std::string SimProcess::command(const std::string& line) {
     const auto reply = [from](const std::vector<std::string>& l) {
         return std::find_if(l.begin() + static_cast<long>(from), l.end(), isReply);
     };
-    if (!writeLine(line) || !waitFor([&](const auto& l) { return reply(l) != l.end(); }))
-        return "";
+    if (!writeLine(line) || !waitFor([&](const auto& l) { return reply(l) != l.end(); })) return "";
     const auto all = lines();
     return *reply(all);
 }
