@@ -47,15 +47,13 @@ struct Row {
 
 #define OK_V2(request) request " tid=3 status=RUX_STATUS_V2_SUCCESS"
 
-// Answers other than the simulator's default, for the rows below.
-const char* const kSimSetup[] = {"value hst-state HST_STATE_SET",
-                                 "status SET_COVERAGE_STATE_REQ RUX_STATUS_NOT_SUPPORTED",
-                                 "status SET_SUBWAY_STATE_REQ RUX_STATUS_INVALID",
-                                 "value dppd-capable false",
-                                 "value recommendation DATA_NOT_ALLOWED NDDS",
-                                 "status GET_MULTI_SUM_SUBMODE_INFO_REQ 2"};
-
 // clang-format off
+// Answers other than the simulator's default, for the rows below.
+const char* const kSimSetup[] = {
+    "value hst-state HST_STATE_SET", "status SET_COVERAGE_STATE_REQ RUX_STATUS_NOT_SUPPORTED",
+    "status SET_SUBWAY_STATE_REQ RUX_STATUS_INVALID", "value dppd-capable false",
+    "value recommendation DATA_NOT_ALLOWED NDDS", "status GET_MULTI_SUM_SUBMODE_INFO_REQ 2"};
+
 const Row kRows[] = {
     {"set-hst-state HST_STATE_SET", "SET_HST_STATE_REQ {hst_state: HST_STATE_SET}"},
     {"get-hst-state", "GET_HST_STATE_REQ {}", "get-hst-state tid=3 status=RUX_STATUS_SUCCESS state=RUX_HST_STATE_SET"},
@@ -101,9 +99,29 @@ const Row kRows[] = {
     {"set-dubious-cell-array-v2", "SET_DUBIOUS_LIST_V2_REQ {slot_id: SLOT_ID_SECOND, lte_list_valid: true, lte_cell_list: "
      "[{plmn: {mcc: 4,", OK_V2("set-dubious-cell-array-v2"), 0, R"({"slot": "second", "lte_cell_list": [{"plmn": {"mcc": 4}}]})"},
 };
+
+// The simulator's control line and the line watch prints for it.
+const std::pair<const char*, const char*> kIndications[] = {
+    {"indicate hst-state HST_STATE_SET", "hst-state state=RUX_HST_STATE_SET"},
+    {"indicate subway-state SUBWAY_STATE_OUT_SUBWAY", "subway-state state=RUX_SUBWAY_STATE_OUT_SUBWAY"},
+    {"indicate dppd-capability false", "dppd-capability capable=false"},
+    {"indicate dppd-recommendation DATA_NOT_ALLOWED NDDS",
+     "dppd-recommendation action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS"},
+    {"indicate submode DSDA DSDA_TX_SHARING",
+     "multi-sim-submode sub_mode=RUX_SUBMODE_DSDA tx_concurrency=RUX_TX_CONCURRENCY_SHARING"},
+    {"indicate service-status RUX_STATUS_SERVICE_UP", "service-status status=RUX_STATUS_SERVICE_UP"},
+    {"indicate cell-list CELL_INFO lte mcc=310 mnc=260 pcs=1 id=6699 band=E_UTRA_OPERATING_BAND_3 freq=1850 "
+     "pci=101 cause=5 feedback=CELL_FB_CAUSE_DELETE shared=311-480-1,312-530 nr mcc=1 id=68719476735",
+     "cell-list mitigation_type=RUX_CELL_MITIGATION_INFO lte_cell_list=[{cell_info={plmn={mcc=310 mnc=260 "
+     "mnc_includes_pcs_digit=1} cell_identity=6699 band=122 freq=1850 pci=101} cause_bitmask=5 "
+     "feedback_cause=RUX_CELL_FB_CAUSE_DELETE shared_plmn=[{mcc=311 mnc=480 mnc_includes_pcs_digit=1} "
+     "{mcc=312 mnc=530 mnc_includes_pcs_digit=0}]}] nr_cell_list=[{cell_info={plmn={mcc=1 mnc=0 "
+     "mnc_includes_pcs_digit=0} cell_identity=68719476735 band=0 freq=0 pci=0} cause_bitmask=0 "
+     "feedback_cause=RUX_CELL_FB_CAUSE_CONFLICT shared_plmn=[]}]"},
+};
 // clang-format on
 
-TEST(RuxctlE2E, EverySubcommandReachesTheServiceAndPrintsTheAnswer) {
+TEST(RuxctlE2E, EverySubcommandAndWatchAgainstTheSimulator) {
     const std::string path = SimProcess::uniqueSocketPath("ruxctl");
     ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
     // No service yet: the library is still trying to connect at the timeout.
@@ -125,45 +143,10 @@ TEST(RuxctlE2E, EverySubcommandReachesTheServiceAndPrintsTheAnswer) {
             "request session=" + std::to_string(++sessions) + " tid=3 " + row.simSees;
         EXPECT_TRUE(sim.waitForLine(sees)) << sees << "\n" << sim.dump();
     }
-    // A request the service leaves unanswered, and then the service goes.
-    ASSERT_EQ(sim.command("silent all"), "ok");
-    auto lost = start("get-hst-state");
-    ASSERT_TRUE(sim.waitForLine("request session=" + std::to_string(++sessions) +
-                                " tid=3 GET_HST_STATE_REQ"));
-    sim.command("drop");
-    expectRun(*lost, 3, {},
-              "ruxctl: get-hst-state: no answer: the Rux service is not there or went away");
-}
 
-// The simulator's control line and the line watch prints for it.
-// clang-format off
-const std::pair<const char*, const char*> kIndications[] = {
-    {"indicate hst-state HST_STATE_SET", "hst-state state=RUX_HST_STATE_SET"},
-    {"indicate subway-state SUBWAY_STATE_OUT_SUBWAY", "subway-state state=RUX_SUBWAY_STATE_OUT_SUBWAY"},
-    {"indicate dppd-capability false", "dppd-capability capable=false"},
-    {"indicate dppd-recommendation DATA_NOT_ALLOWED NDDS",
-     "dppd-recommendation action=RUX_DATA_NOT_ALLOWED subscription=RUX_SUBS_NDDS"},
-    {"indicate submode DSDA DSDA_TX_SHARING",
-     "multi-sim-submode sub_mode=RUX_SUBMODE_DSDA tx_concurrency=RUX_TX_CONCURRENCY_SHARING"},
-    {"indicate service-status RUX_STATUS_SERVICE_UP", "service-status status=RUX_STATUS_SERVICE_UP"},
-    {"indicate cell-list CELL_INFO lte mcc=310 mnc=260 pcs=1 id=6699 band=E_UTRA_OPERATING_BAND_3 freq=1850 "
-     "pci=101 cause=5 feedback=CELL_FB_CAUSE_DELETE shared=311-480-1,312-530 nr mcc=1 id=68719476735",
-     "cell-list mitigation_type=RUX_CELL_MITIGATION_INFO lte_cell_list=[{cell_info={plmn={mcc=310 mnc=260 "
-     "mnc_includes_pcs_digit=1} cell_identity=6699 band=122 freq=1850 pci=101} cause_bitmask=5 "
-     "feedback_cause=RUX_CELL_FB_CAUSE_DELETE shared_plmn=[{mcc=311 mnc=480 mnc_includes_pcs_digit=1} "
-     "{mcc=312 mnc=530 mnc_includes_pcs_digit=0}]}] nr_cell_list=[{cell_info={plmn={mcc=1 mnc=0 "
-     "mnc_includes_pcs_digit=0} cell_identity=68719476735 band=0 freq=0 pci=0} cause_bitmask=0 "
-     "feedback_cause=RUX_CELL_FB_CAUSE_CONFLICT shared_plmn=[]}]"},
-};
-// clang-format on
-
-// Two watchers: one sent a cell list (the only way to the cell-list feedback) and is
-// interrupted, the other did not and sees the service go.
-TEST(RuxctlE2E, WatchPrintsEveryIndicationUntilInterruptedOrTheServiceGoes) {
-    const std::string path = SimProcess::uniqueSocketPath("ruxctl");
-    ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
-    SimProcess sim(path);
-    ASSERT_TRUE(sim.ready()) << sim.dump();
+    // Two watchers: one sent a cell list (the only way to the cell-list feedback) and is
+    // interrupted; the other did not and sees the service go, as a request left unanswered does.
+    ASSERT_TRUE(sim.waitForCount("disconnected session=", sessions)) << sim.dump();
     auto withCells = start("watch --cell-list -", R"({"mitigation_type": "PREFERRED"})");
     auto plain = start("watch");
     // The answer first: the simulator answers and indicates from different threads.
@@ -178,12 +161,15 @@ TEST(RuxctlE2E, WatchPrintsEveryIndicationUntilInterruptedOrTheServiceGoes) {
         << withCells->dump();
     withCells->kill(SIGINT);
     expectRun(*withCells, 0, want, "");
-    ASSERT_TRUE(sim.waitForCount("disconnected session=", 1)) << sim.dump();
-
-    // The other printed the same but the answer and the cell-list feedback (the last).
+    ASSERT_EQ(sim.command("silent all"), "ok");
+    auto lost = start("get-hst-state");
+    ASSERT_TRUE(sim.waitForCount("tid=3 GET_HST_STATE_REQ", 2)) << sim.dump();
+    sim.command("drop");
+    expectRun(*lost, 3, {},
+              "ruxctl: get-hst-state: no answer: the Rux service is not there or went away");
+    // The other watcher printed the same but the answer and the cell-list feedback (the last).
     Lines wantPlain(want.begin() + 1, want.end() - 1);
     wantPlain.push_back("service-status status=RUX_STATUS_SERVICE_DOWN");
-    ASSERT_EQ(sim.command("drop"), "ok dropped=1");
     expectRun(*plain, 3, wantPlain, "ruxctl: watch: the Rux service is not there or went away");
 }
 

@@ -56,12 +56,6 @@ Bytes readUpTo(int fd, size_t n) {
     return out;
 }
 
-uint32_t word(const Bytes& b, size_t at) {
-    uint32_t v;
-    std::memcpy(&v, b.data() + at, 4);
-    return v;
-}
-
 size_t threadCount() {
     namespace fs = std::filesystem;
     return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/task"), {}));
@@ -110,14 +104,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         while (!done && !queued.empty()) {
             // Before the INIT a read takes up to 1023 bytes, after it 8: it must be 8.
             const size_t n = std::min(queued.size(), haveInit ? kHandshakeShortSize : size_t{1023});
-            const Bytes read(queued.begin(), queued.begin() + static_cast<long>(n));
+            uint32_t word[2] = {};  // type and session id, when n is 8
+            std::memcpy(word, queued.data(), std::min(n, sizeof word));
             queued.erase(queued.begin(), queued.begin() + static_cast<long>(n));
-            done = n != kHandshakeShortSize || word(read, 0) != HANDSHAKE_INIT;
-            success = done && n == kHandshakeShortSize && word(read, 0) == HANDSHAKE_COMPLETE &&
-                      haveInit && word(read, 4) == offered;
+            done = n != kHandshakeShortSize || word[0] != HANDSHAKE_INIT;
+            success = done && n == kHandshakeShortSize && word[0] == HANDSHAKE_COMPLETE &&
+                      haveInit && word[1] == offered;
             if (done) break;
             haveInit = true;
-            offered = word(read, 4);
+            offered = word[1];
             FUZZ_CHECK(readUpTo(peer, kHandshakeRespSize) == encodeHandshakeResp(offered, 101));
         }
     }
