@@ -16,7 +16,6 @@
 #include "Subprocess.h"
 #include "ipc/RuxIpcClientSession.h"
 #include "ipc/RuxIpcMessage.h"
-#include "vex.pb.h"
 
 namespace rux::test {
 namespace {
@@ -44,21 +43,14 @@ struct SimClient {
     std::atomic<bool> up{false};
 };
 
-// A request by its event's name (an empty payload of its own, tid 9), or bytes in hex.
-std::string request(const std::string& text) {
-    VexProto::ClientEventId event;
-    std::string bytes;
-    if (!VexProto::ClientEventId_Parse(text, &event)) {
-        for (size_t i = 0; i < text.size(); i += 2)
-            bytes += char(std::stoi(text.substr(i, 2), nullptr, 16));
-        return bytes;
-    }
-    VexProto::ClientMsg msg;
-    msg.set_event_id(event);
-    msg.set_transaction_id(9);
-    msg.mutable_data()->ParseFromString(
-        {static_cast<char>((event + 1) << 3 | 2), 0});  // members 1..15
-    return msg.SerializeAsString();
+// A client's bytes, in hex: a request of tid 9 with an empty payload of its own.
+const char kSetHst[] = "080110091a021200", kGetHst[] = "080210091a021a00",
+           kSetL2nr[] = "080610091a023a00";
+std::string bytes(const std::string& hex) {
+    std::string out;
+    for (size_t i = 0; i < hex.size(); i += 2)
+        out += char(std::stoi(hex.substr(i, 2), nullptr, 16));
+    return out;
 }
 
 // A second rux-sim on `path` exits with status 1 saying who serves it, and leaves the log
@@ -90,25 +82,25 @@ int connectOrListen(const std::string& path, bool listen) {
 struct Row {
     const char* line;     // the control line; nullptr: none
     const char* reply;    // its reply; nullptr: none at all
-    const char* request;  // then sent by the client: see request(); nullptr: nothing
+    const char* request;  // then sent by the client, in hex; nullptr: nothing
     const char* effect;   // then seen in the event log
     size_t count;         // lines holding `effect` so far, exactly
 };
 
 // clang-format off
 const Row kRows[] = {
-    {nullptr, nullptr, "GET_HST_STATE_REQ", "GET_HST_STATE_RESP {status: STATUS_INVALID_OPERATION, ", 1},
-    {"status all STATUS_NOT_SUPPORTED", "ok", "SET_L2NR_SELECTION_REQ", "SET_L2NR_SELECTION_RESP {status: STATUS_NOT_SUPPORTED}", 1},
-    {"status all -1", "ok", "SET_HST_STATE_REQ", "SET_HST_STATE_RESP {status: STATUS_INVALID}", 1},
+    {nullptr, nullptr, kGetHst, "GET_HST_STATE_RESP {status: STATUS_INVALID_OPERATION, ", 1},
+    {"status all STATUS_NOT_SUPPORTED", "ok", kSetL2nr, "SET_L2NR_SELECTION_RESP {status: STATUS_NOT_SUPPORTED}", 1},
+    {"status all -1", "ok", kSetHst, "SET_HST_STATE_RESP {status: STATUS_INVALID}", 1},
     {"status all NOPE", "error: unknown status 'NOPE'", nullptr, nullptr, 0},
-    {"silent SET_HST_STATE_REQ", "ok", "SET_HST_STATE_REQ", "no-reply session=1 tid=9 (silent)", 1},
-    {"silent SET_HST_STATE_REQ off", "ok", "SET_HST_STATE_REQ", "reply session=1 tid=9 SET_HST_STATE_RESP", 2},
+    {"silent SET_HST_STATE_REQ", "ok", kSetHst, "no-reply session=1 tid=9 (silent)", 1},
+    {"silent SET_HST_STATE_REQ off", "ok", kSetHst, "reply session=1 tid=9 SET_HST_STATE_RESP", 2},
     // A delayed answer waits until the delay is lifted.
-    {"delay 600000", "ok", "SET_HST_STATE_REQ", "SET_HST_STATE_REQ {", 4},
+    {"delay 600000", "ok", kSetHst, "SET_HST_STATE_REQ {", 4},
     {"clients", "ok clients=1", nullptr, "reply session=1 tid=9 SET_HST_STATE_RESP", 2},
     {"delay 0", "ok", nullptr, "reply session=1 tid=9 SET_HST_STATE_RESP", 3},
-    {"value hst-state HST_STATE_SET", "ok", "GET_HST_STATE_REQ", "hst_state: HST_STATE_SET}", 1},
-    {"reset", "ok", "GET_HST_STATE_REQ", "GET_HST_STATE_RESP {status: STATUS_SUCCESS, hst_state: HST_STATE_NOT_SET}", 1},
+    {"value hst-state HST_STATE_SET", "ok", kGetHst, "hst_state: HST_STATE_SET}", 1},
+    {"reset", "ok", kGetHst, "GET_HST_STATE_RESP {status: STATUS_SUCCESS, hst_state: HST_STATE_NOT_SET}", 1},
     {"reply SET_HST_STATE_RESP 77 RUX_STATUS_INVALID_ARG", "ok sent=1", nullptr, "reply session=1 tid=77 SET_HST_STATE_RESP {status: STATUS_INVALID_ARG}", 1},
     {"reply 27 0x10", "ok sent=1", nullptr, "reply session=1 tid=16 ", 1},
     {"blob 08031005", "ok sent=1", nullptr, "blob session=1 bytes=4", 1},
@@ -123,7 +115,7 @@ const Row kRows[] = {
 };
 // clang-format on
 
-TEST(SimTest, EachControlLineRepliesAndActs) {
+TEST(SimTest, EachControlLineRepliesAndActsAndAServedPathIsLeftAlone) {
     const std::string path = SimProcess::uniqueSocketPath("sim"), control = path + ".ctl";
     SimProcess sim(path, {"--control-socket", control, "--status", "GET_HST_STATE_REQ=4"});
     ASSERT_TRUE(sim.ready()) << sim.dump();
@@ -138,7 +130,7 @@ TEST(SimTest, EachControlLineRepliesAndActs) {
         } else if (row.line) {
             sim.writeLine(row.line);
         }
-        if (row.request) client.send(request(row.request));
+        if (row.request) client.send(bytes(row.request));
         if (!row.effect) continue;
         sim.waitForCount(row.effect, row.count);
         EXPECT_EQ(sim.count(row.effect), row.count) << sim.dump();
@@ -168,10 +160,8 @@ TEST(SimTest, EachControlLineRepliesAndActs) {
     // Every control line with a reply had one, and no other line (a comment) had any.
     const auto lines = sim.lines();
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(), SimProcess::isReply), replies + 4);
-}
 
-TEST(SimTest, APathServedByAnotherProgramIsLeftAlone) {
-    const std::string path = SimProcess::uniqueSocketPath("claim");
+    // A path another program serves is left alone.
     const int listener = connectOrListen(path, true);
     ASSERT_GE(listener, 0);
     expectServedBy(path, "another process (pid " + std::to_string(::getpid()) + ")");

@@ -1,7 +1,6 @@
-// Shared by the fuzz targets (libFuzzer), one target per translation unit. FUZZ_CHECK
-// stops the run on a wrong outcome as a sanitizer report does (the input is kept as the
-// finding); Input reads values off the front of the fuzz bytes. No log line is written:
-// formatting lines nobody reads would be most of each run.
+// Shared by the fuzz targets (libFuzzer). FUZZ_CHECK stops the run on a wrong outcome as a
+// sanitizer report does (the input is kept as the finding); Input reads values off the front
+// of the fuzz bytes. No log line is written: formatting them would be most of each run.
 #pragma once
 
 #include <android/log.h>

@@ -25,18 +25,16 @@ using Bytes = std::vector<uint8_t>;
 
 const std::string kPath = "/tmp/rux-fuzz-handshake-" + std::to_string(::getpid()) + ".sock";
 
-int listener() {
-    static const int fd = [] {
-        const int s = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{AF_UNIX, {}};
-        std::strncpy(address.sun_path, kPath.c_str(), sizeof address.sun_path - 1);
-        ::unlink(kPath.c_str());
-        FUZZ_CHECK(::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0);
-        FUZZ_CHECK(::listen(s, 4) == 0);
-        return s;
-    }();
-    return fd;
-}
+// Listening before any input, so before the client's one connect attempt.
+const int kListener = [] {
+    const int s = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{AF_UNIX, {}};
+    std::strncpy(address.sun_path, kPath.c_str(), sizeof address.sun_path - 1);
+    ::unlink(kPath.c_str());
+    FUZZ_CHECK(::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0);
+    FUZZ_CHECK(::listen(s, 4) == 0);
+    return s;
+}();
 
 // libFuzzer's timer signal interrupts waits: they are taken up again.
 bool readable(int fd) {
@@ -51,7 +49,7 @@ Bytes readUpTo(int fd, size_t n) {
     Bytes out(n);
     size_t got = 0;
     for (ssize_t r = 0; got < n && readable(fd); got += static_cast<size_t>(r))
-        if ((r = ::recv(fd, out.data() + got, n - got, 0)) <= 0 && errno != EINTR) break;
+        if ((r = ::recv(fd, out.data() + got, n - got, 0)) <= 0) break;  // readable: no wait
     out.resize(got);
     return out;
 }
@@ -78,7 +76,6 @@ void awaitThreads(size_t baseline) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     rux::fuzz::Input input{data, size};
     const size_t threads = threadCount();
-    const int listening = listener();  // before the client's one connect attempt
     ConnectOptions options;
     options.socketPath = kPath;
     options.maxAttempts = 1;
@@ -86,9 +83,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     auto session = std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_101, true, options);
     session->connectToServer(
         [first](bool up) { std::call_once(first->second, [&] { first->first.set_value(up); }); });
-    FUZZ_CHECK(readable(listening));
+    FUZZ_CHECK(readable(kListener));
     int peer;
-    while ((peer = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC)) < 0 && errno == EINTR) {
+    while ((peer = ::accept4(kListener, nullptr, nullptr, SOCK_CLOEXEC)) < 0 && errno == EINTR) {
     }
     FUZZ_CHECK(peer >= 0);
 

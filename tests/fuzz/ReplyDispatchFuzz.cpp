@@ -1,9 +1,7 @@
 // The reply dispatcher (MavoClient::blobListener) fed one ServiceMsg blob per input, with a
-// completion callback of every kind stored (tids 1, 3, ..., 11), the fallback and every
-// indication callback installed. Each callback checks the values it is given; after the
-// call, what was called is checked against what the blob asks for (read here): one call at
-// most, to the callback of its event's kind, with the reply's id, and an entry consumed
-// only by a reply of its kind.
+// completion of every kind stored (tids 1, 3, ..., 11) and every other callback installed.
+// Each callback checks its values; then the calls are checked against the blob: one at most,
+// to its event's kind, with the reply's id, and an entry consumed only by a reply of its kind.
 #include <cstring>
 #include <memory>
 #include <utility>

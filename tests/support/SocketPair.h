@@ -26,8 +26,7 @@ inline std::vector<uint8_t> readExactly(int fd, size_t n) {
     return out;
 }
 
-// Reads on `fd` give up after 10 s instead of hanging.
-inline void setReadDeadline(int fd) {
+inline void setReadDeadline(int fd) {  // reads give up after 10 s instead of hanging
     const timeval deadline{10, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
 }
