@@ -1,9 +1,7 @@
-// A process that registers and ends without deregistering, for the exit tests:
-//   exit-helper reply         one query answered, then return from main
-//   exit-helper outstanding   one query answered (so the client is connected), then
-//                             requests the service leaves unanswered, return from main
-//   exit-helper thread-exit   the same, ending with exit(0) from an application thread
-// The library's atexit hook and its static objects must take it down with status 0.
+// Registers, has one query answered and ends without deregistering: "reply" returns from
+// main then; "outstanding" first issues requests the service leaves unanswered;
+// "thread-exit" does too and calls exit(0) on an application thread. The library's atexit
+// hook and its static objects must take it down with status 0.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

@@ -133,8 +133,10 @@ TEST(RuxctlE2E, EverySubcommandAndWatchAgainstTheSimulator) {
     int sessions = 0;
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.command);
-        const std::string command = row.command, printed = row.printed ? row.printed
-            : command.substr(0, command.find(' ')) + " tid=3 status=RUX_STATUS_SUCCESS";
+        const std::string command = row.command,
+                          printed = row.printed ? row.printed
+                                                : command.substr(0, command.find(' ')) +
+                                                      " tid=3 status=RUX_STATUS_SUCCESS";
         const bool usage = row.exitStatus == 2;
         expectRun(*start(command, row.json), row.exitStatus, usage ? Lines{} : Lines{printed},
                   usage ? printed : "");

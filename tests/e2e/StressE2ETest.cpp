@@ -1,9 +1,8 @@
-// The library under load while its service keeps dying: four application threads issue
-// requests of three completion kinds while rux-sim is killed (SIGKILL) and started again,
-// round after round, for about ten seconds. Every id is unique and odd, every callback runs
-// at most once and is the one of its request's kind, each lost session is reported
-// (status 6) before the service comes back, and after deregistration the process has as
-// many descriptors and threads as before it registered.
+// Four application threads issue requests of three completion kinds while rux-sim is
+// killed and started again, for about ten seconds. Every id is unique and odd, every
+// callback runs at most once and is its request's kind, each loss is reported (status 6)
+// before the service comes back, and deregistering leaves as many descriptors and threads
+// as before registering.
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <signal.h>

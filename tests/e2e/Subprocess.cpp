@@ -134,8 +134,6 @@ void Subprocess::kill(int signal) {
     if (started() && !mExitStatus) ::kill(mPid, signal);
 }
 
-// --- SimProcess ------------------------------------------------------------------------
-
 SimProcess::SimProcess(const std::string& socketPath, const std::vector<std::string>& args)
     : Subprocess([&] {
           std::vector<std::string> argv{RUX_SIM_PATH, "--socket", socketPath, "--stdin"};

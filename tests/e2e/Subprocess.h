@@ -1,8 +1,7 @@
-// Subprocess: a program run by a test in the test's environment, with a pipe to its stdin
-// and its output read line by line by a thread that reaps the process once the output
-// ends. Every wait is on an event (a new line, the exit) with a deadline.
-// SimProcess: rux-sim on a private socket path, driven through its control lines on stdin;
-// its readable event log is its stdout.
+// Subprocess: a program in the test's environment, fed through its stdin; a thread reads its
+// output lines and reaps it once they end. Every wait is on an event with a deadline.
+// SimProcess: rux-sim on a private socket path, driven by control lines on stdin; its
+// readable event log is its stdout.
 #pragma once
 
 #include <sys/types.h>
@@ -40,15 +39,13 @@ public:
     std::vector<std::string> lines() const;
     // Waits until `predicate` holds over the lines so far (false once the process ended).
     bool waitFor(const std::function<bool(const std::vector<std::string>&)>& predicate) const;
-    // Waits for `n` lines containing `needle`.
-    bool waitForCount(const std::string& needle, size_t n) const;
+    bool waitForCount(const std::string& needle, size_t n) const;  // n lines containing it
     bool waitForLine(const std::string& needle) const { return waitForCount(needle, 1); }
     size_t count(const std::string& needle) const;
     std::string dump() const;
     std::vector<std::string> errorLines();  // once the process has exited
 
-    // The wait status once the process has exited, or nothing at the deadline.
-    std::optional<int> waitExit();
+    std::optional<int> waitExit();  // the wait status, or nothing at the deadline
     void kill(int signal);
 
 private:

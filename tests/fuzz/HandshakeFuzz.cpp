@@ -1,8 +1,7 @@
-// The client's handshake against a peer that sends the input as packets (a length byte,
-// then that many bytes), each only when the client has read all before it, so what each of
-// the client's reads returns is fixed by the bytes. A model of the handshake's rules over
-// the same packets says which RESP packets the client must send and whether the handshake
-// must succeed, with which session id: the first status the client reports.
+// The client's handshake against a peer sending the input as packets (a length byte, then
+// that many bytes), each once the client has read all before it, so each read's result is
+// fixed by the bytes. A model of the handshake over the same packets says which RESP packets
+// the client must send and whether it must succeed, with which session id.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
