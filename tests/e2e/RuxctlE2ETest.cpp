@@ -33,13 +33,14 @@ void expectRun(Subprocess& p, int exitStatus, const Lines& out, const std::strin
     EXPECT_EQ(wait && WIFEXITED(*wait) ? WEXITSTATUS(*wait) : -1, exitStatus);
     EXPECT_EQ(p.lines(), out);
     const Lines err = p.errorLines();
-    EXPECT_TRUE(err.empty() ? errStart.empty() : !errStart.empty() && err[0].rfind(errStart, 0) == 0)
+    EXPECT_TRUE(err.empty() ? errStart.empty()
+                            : !errStart.empty() && err[0].rfind(errStart, 0) == 0)
         << ::testing::PrintToString(err);
 }
 
 struct Row {
     const char* command;
-    const char* simSees;  // as rux-sim logs the request (a record's: its first values); nullptr: none
+    const char* simSees;  // as rux-sim logs the request (a record: its first values); nullptr: none
     const char* printed = nullptr;  // the one line on stdout (nullptr: a plain success); with
     int exitStatus = 0;             // exit status 2, how stderr starts
     const char* json = "";  // on stdin; a record file /dev/stdin is read as a file, - as stdin
@@ -133,10 +134,9 @@ TEST(RuxctlE2E, EverySubcommandAndWatchAgainstTheSimulator) {
     int sessions = 0;
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.command);
-        const std::string command = row.command,
-                          printed = row.printed ? row.printed
-                                                : command.substr(0, command.find(' ')) +
-                                                      " tid=3 status=RUX_STATUS_SUCCESS";
+        const std::string command = row.command, name = command.substr(0, command.find(' '));
+        const std::string printed =
+            row.printed ? row.printed : name + " tid=3 status=RUX_STATUS_SUCCESS";
         const bool usage = row.exitStatus == 2;
         expectRun(*start(command, row.json), row.exitStatus, usage ? Lines{} : Lines{printed},
                   usage ? printed : "");
