@@ -91,8 +91,9 @@ const Row kRows[] = {
      R"("sub_mode":"RUX_SUBMODE_DSDA","tx_concurrency":"RUX_TX_CONCURRENCY_FULL"})", 1},
     // Bad usage, found before connecting: the next request's session number shows none came.
     {"set-nothing 1", nullptr, "ruxctl: unknown request 'set-nothing' (ruxctl --help lists", 2},
-    {"set-hst-state HALF_SET", nullptr, "ruxctl: STATE: unknown value 'HALF_SET' (one of HST_STATE_UNKNOWN, "
+    {"set-hst-state 4294967297", nullptr, "ruxctl: STATE: unknown value '4294967297' (one of HST_STATE_UNKNOWN, "
      "HST_STATE_SET, HST_STATE_NOT_SET, or a number)", 2},
+    {"set-hst-state 1x", nullptr, "ruxctl: STATE: unknown value '1x' (", 2},
     {"set-cell-list-info", nullptr, "ruxctl: set-cell-list-info: stdin: not JSON: ", 2, R"({"flag": )"},
     {"watch --cell-list /nonexistent.json", nullptr, "ruxctl: watch: /nonexistent.json: cannot read", 2},
     {"set-cell-list-info", "SET_CELL_LIST_INFO_REQ {mitigation_type: CELL_INFO, flag: false, lte_cell_list: [{",

@@ -1,13 +1,12 @@
 // ruxctl's JSON records in one table: a JSON text and the fields it sets over an otherwise
 // zero record (offsets of rux/rux_client.h on LP64; lists behind pointers follow the record,
-// its pointers cleared), or the error it gets. Also: enum names.
+// its pointers cleared), or the error it gets.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <functional>
 
-#include "EnumNames.h"
 #include "RecordJson.h"
 
 namespace {
@@ -128,17 +127,6 @@ TEST(RecordsTest, SetExactlyTheFieldsGivenOrNameTheFieldInError) {
             EXPECT_STREQ(e.what(), row.error);
         }
     }
-}
-
-// Names in every form are exercised end to end; here: text that reads as a number is a
-// number, also outside the declared values, and what is neither.
-TEST(EnumNamesTest, TakeANumberAsItIs) {
-    const std::tuple<const EnumTable&, const char*, std::optional<int>> rows[] = {
-        {kHstState, "99", 99},         {kTxConcurrency, "-1", RUX_TX_CONCURRENCY_INVALID},
-        {kNr5gScsType, "15", 15},      {kSlotId, "2147483648", std::nullopt},
-        {kSlotId, "1x", std::nullopt}, {kSlotId, "SLOT_ID_", std::nullopt},
-    };
-    for (const auto& [table, text, value] : rows) EXPECT_EQ(parseEnum(table, text), value) << text;
 }
 
 }  // namespace
