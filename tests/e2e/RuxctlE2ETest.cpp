@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 
 #include <sstream>
 
@@ -29,8 +28,7 @@ std::unique_ptr<Subprocess> start(const std::string& command, const std::string&
 // Waits for ruxctl's exit and checks its exit status, its stdout exactly and how its stderr
 // starts ("": nothing on stderr).
 void expectRun(Subprocess& p, int exitStatus, const Lines& out, const std::string& errStart) {
-    const auto wait = p.waitExit();
-    EXPECT_EQ(wait && WIFEXITED(*wait) ? WEXITSTATUS(*wait) : -1, exitStatus);
+    EXPECT_EQ(p.waitExit(), exitStatus);
     EXPECT_EQ(p.lines(), out);
     const Lines err = p.errorLines();
     EXPECT_TRUE(err.empty() ? errStart.empty()

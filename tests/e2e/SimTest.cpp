@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -59,8 +58,7 @@ void expectServedBy(const std::string& path, const std::string& who) {
     const std::string log = path + ".log";
     std::ofstream(log) << "first\n";
     SimProcess second(path, {"--log", log});
-    const auto status = second.waitExit();
-    EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 1) << second.dump();
+    EXPECT_EQ(second.waitExit(), 1) << second.dump();
     EXPECT_EQ(second.lines(),
               std::vector<std::string>{"rux-sim: " + path + " is already served by " + who});
     std::ifstream in(log);
@@ -151,8 +149,7 @@ TEST(SimTest, EachControlLineRepliesAndActsAndAServedPathIsLeftAlone) {
     ::close(fd);
 
     EXPECT_EQ(sim.command("quit"), "ok");
-    const auto status = sim.waitExit();
-    EXPECT_TRUE(status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0);
+    EXPECT_EQ(sim.waitExit(), 0);
     EXPECT_NE(::access(path.c_str(), F_OK), 0);
     EXPECT_NE(::access(control.c_str(), F_OK), 0);
     // Every control line with a reply had one, and no other line (a comment) had any.

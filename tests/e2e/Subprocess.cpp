@@ -75,7 +75,7 @@ void Subprocess::readAndReap(FILE* out) {
     std::lock_guard<std::mutex> lock(mMutex);
     int status = -1;
     ::waitpid(mPid, &status, 0);
-    mExitStatus = status;
+    mExitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     mChanged.notify_all();
 }
 

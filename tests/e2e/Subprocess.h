@@ -45,7 +45,7 @@ public:
     std::string dump() const;
     std::vector<std::string> errorLines();  // once the process has exited
 
-    std::optional<int> waitExit();  // the wait status, or nothing at the deadline
+    std::optional<int> waitExit();  // the exit status (128 + signal if killed), or nothing
     void kill(int signal);
 
 private:
