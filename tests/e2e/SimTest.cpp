@@ -19,7 +19,7 @@
 namespace rux::test {
 namespace {
 
-// The library's own client end of the transport (handshake and frames), sending blobs;
+// The library's own client end of the transport (handshake and frames), sending blobs in hex;
 // unthreaded, it has connected (or given up) once constructed.
 struct SimClient {
     explicit SimClient(const std::string& path)
@@ -34,23 +34,20 @@ struct SimClient {
         o.retryDelay = std::chrono::milliseconds(20);
         return o;
     }
-    void send(const std::string& bytes) {
-        session.send(std::make_shared<ipc::SendBlobMessage>(
-            ipc::RUX_SDK_TYPE_REQUEST_CLIENT, std::vector<uint8_t>(bytes.begin(), bytes.end())));
+    void send(const std::string& hex) {
+        std::vector<uint8_t> blob;
+        for (size_t i = 0; i < hex.size(); i += 2)
+            blob.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+        session.send(
+            std::make_shared<ipc::SendBlobMessage>(ipc::RUX_SDK_TYPE_REQUEST_CLIENT, blob));
     }
     ipc::RuxIpcClientSession session;
     std::atomic<bool> up{false};
 };
 
-// A client's bytes, in hex: a request of tid 9 with an empty payload of its own.
+// Requests of tid 9, each with an empty payload of its own, in hex.
 const char kSetHst[] = "080110091a021200", kGetHst[] = "080210091a021a00",
            kSetL2nr[] = "080610091a023a00";
-std::string bytes(const std::string& hex) {
-    std::string out;
-    for (size_t i = 0; i < hex.size(); i += 2)
-        out += char(std::stoi(hex.substr(i, 2), nullptr, 16));
-    return out;
-}
 
 // A second rux-sim on `path` exits with status 1 saying who serves it, and leaves the log
 // file it was given alone.
@@ -89,18 +86,15 @@ struct Row {
 const Row kRows[] = {
     {nullptr, nullptr, kGetHst, "GET_HST_STATE_RESP {status: STATUS_INVALID_OPERATION, ", 1},
     {"status all STATUS_NOT_SUPPORTED", "ok", kSetL2nr, "SET_L2NR_SELECTION_RESP {status: STATUS_NOT_SUPPORTED}", 1},
-    {"status all -1", "ok", kSetHst, "SET_HST_STATE_RESP {status: STATUS_INVALID}", 1},
-    {"status all NOPE", "error: unknown status 'NOPE'", nullptr, nullptr, 0},
     {"silent SET_HST_STATE_REQ", "ok", kSetHst, "no-reply session=1 tid=9 (silent)", 1},
-    {"silent SET_HST_STATE_REQ off", "ok", kSetHst, "reply session=1 tid=9 SET_HST_STATE_RESP", 2},
+    {"silent SET_HST_STATE_REQ off", "ok", kSetHst, "reply session=1 tid=9 SET_HST_STATE_RESP", 1},
     // A delayed answer waits until the delay is lifted.
-    {"delay 600000", "ok", kSetHst, "SET_HST_STATE_REQ {", 4},
-    {"clients", "ok clients=1", nullptr, "reply session=1 tid=9 SET_HST_STATE_RESP", 2},
-    {"delay 0", "ok", nullptr, "reply session=1 tid=9 SET_HST_STATE_RESP", 3},
+    {"delay 600000", "ok", kSetHst, "SET_HST_STATE_REQ {", 3},
+    {"clients", "ok clients=1", nullptr, "reply session=1 tid=9 SET_HST_STATE_RESP", 1},
+    {"delay 0", "ok", nullptr, "reply session=1 tid=9 SET_HST_STATE_RESP", 2},
     {"value hst-state HST_STATE_SET", "ok", kGetHst, "hst_state: HST_STATE_SET}", 1},
     {"reset", "ok", kGetHst, "GET_HST_STATE_RESP {status: STATUS_SUCCESS, hst_state: HST_STATE_NOT_SET}", 1},
     {"reply SET_HST_STATE_RESP 77 RUX_STATUS_INVALID_ARG", "ok sent=1", nullptr, "reply session=1 tid=77 SET_HST_STATE_RESP {status: STATUS_INVALID_ARG}", 1},
-    {"reply 27 0x10", "ok sent=1", nullptr, "reply session=1 tid=16 ", 1},
     {"blob 08031005", "ok sent=1", nullptr, "blob session=1 bytes=4", 1},
     {"# a comment", nullptr, nullptr, nullptr, 0},
     {"", nullptr, nullptr, nullptr, 0},
@@ -128,7 +122,7 @@ TEST(SimTest, EachControlLineRepliesAndActsAndAServedPathIsLeftAlone) {
         } else if (row.line) {
             sim.writeLine(row.line);
         }
-        if (row.request) client.send(bytes(row.request));
+        if (row.request) client.send(row.request);
         if (!row.effect) continue;
         sim.waitForCount(row.effect, row.count);
         EXPECT_EQ(sim.count(row.effect), row.count) << sim.dump();

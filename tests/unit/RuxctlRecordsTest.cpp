@@ -100,9 +100,6 @@ TEST(RecordsTest, SetExactlyTheFieldsGivenOrNameTheFieldInError) {
           {28, 1, 4}, {32, 2, 4}, {36, 2, 4}, {40, 3, 1}, {44, 1, 4}, {48, 66, 4}, {52, 255, 4}}},
         {kBarring, R"({"lte_cells": [{"mcc": 65536}]})", 0, {},
          "lte_cells[0].mcc: 65536 does not fit an unsigned 16-bit field"},
-        {kBarring, R"({"lte_cells": [{"aux_value": "7"}]})", 0, {},
-         "lte_cells[0].aux_value: wants an integer, got \"7\""},
-        {kDataStall, R"({"flag": 2})", 0, {}, "flag: wants true, false, 0 or 1, got 2"},
         {kDataStall, R"({"traffic_direction": "SIDEWAYS"})", 0, {}, "traffic_direction: unknown "
          "traffic_direction_e value 'SIDEWAYS' (one of TRAFFIC_DIRECTION_UPLINK, "
          "TRAFFIC_DIRECTION_DOWNLINK, or a number)"},
@@ -120,9 +117,8 @@ TEST(RecordsTest, SetExactlyTheFieldsGivenOrNameTheFieldInError) {
                     want.at(offset + b) =
                         static_cast<uint8_t>(static_cast<uint64_t>(value) >> (8 * b));
             const auto at = std::mismatch(got.begin(), got.end(), want.begin(), want.end()).first;
-            EXPECT_TRUE(got.size() == want.size() && at == got.end())
-                << "sizes " << got.size() << ", " << want.size() << "; first difference at "
-                << at - got.begin();
+            EXPECT_EQ(got.size(), want.size());
+            EXPECT_EQ(at - got.begin(), got.end() - got.begin()) << "the first difference";
         } catch (const RecordError& e) {
             EXPECT_STREQ(e.what(), row.error);
         }
