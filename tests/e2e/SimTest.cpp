@@ -1,6 +1,5 @@
-// rux-sim's control surface: each control line's reply and its effect on the event log, a
-// start-up option, the control socket, quit, and a second simulator on a served path. The
-// ruxctl and client end-to-end tests pin the answers and the indications.
+// rux-sim's control lines, each by its reply and its effect on the event log; a start-up
+// option, the control socket, quit, and paths already served. (ruxctl's tests pin answers.)
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>

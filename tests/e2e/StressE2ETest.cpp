@@ -82,8 +82,7 @@ TEST(StressE2ETest, ServiceKilledAndRestartedUnderFourRequestingThreads) {
             for (int i = t; !stop; ++i) {
                 const Kind kind = static_cast<Kind>(i % kKinds);
                 const int tid = kIssue[kind]();
-                // One request in flight per thread: the next goes when this one is
-                // answered, or after 100 ms when its session was lost.
+                // One request in flight per thread: until answered, or 100 ms (a lost session).
                 std::unique_lock<std::mutex> lock(record.mutex);
                 if (!record.issued.emplace(tid, kind).second) record.duplicateIds.insert(tid);
                 record.changed.wait_for(lock, 100ms,

@@ -26,8 +26,6 @@ public:
     explicit Subprocess(const std::vector<std::string>& argv, bool captureStderr = false);
     // Closes stdin and waits for the exit; a process still running at the deadline is killed.
     ~Subprocess();
-    Subprocess(const Subprocess&) = delete;
-    Subprocess& operator=(const Subprocess&) = delete;
 
     bool started() const { return mPid > 0; }
     pid_t pid() const { return mPid; }

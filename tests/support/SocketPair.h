@@ -17,8 +17,7 @@ inline void writeAll(int fd, const std::vector<uint8_t>& bytes) {
               static_cast<ssize_t>(bytes.size()));
 }
 
-// The next `n` bytes from `fd`, fewer when the other end closes first or the socket's
-// receive timeout passes.
+// The next `n` bytes from `fd`; fewer at the other end's close or the receive timeout.
 inline std::vector<uint8_t> readExactly(int fd, size_t n) {
     std::vector<uint8_t> out(n);
     const ssize_t got = ::recv(fd, out.data(), n, MSG_WAITALL);
