@@ -22,6 +22,7 @@ TEST(ProcessE2ETest, ExitsWithStatusZeroAfterAReplyWithRequestsOutstandingAndFro
         EXPECT_EQ(app.waitExit(), 0) << app.dump();
         EXPECT_EQ(app.count("query 3 0"), 1u) << app.dump();
         EXPECT_EQ(app.count("issued"), mode == "reply" ? 0u : 1u) << app.dump();
+        EXPECT_EQ(app.count("dtor: ENTER"), 1u) << app.dump();  // the session, at exit
         EXPECT_TRUE(sim.waitForCount("disconnected session=" + std::to_string(++n), 1))
             << sim.dump();
     }
