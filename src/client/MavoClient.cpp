@@ -221,10 +221,7 @@ void MavoClient::registerRuxClient(rux_status_cb cb) {
         MAVO_LOG("transactionId: 0x%lu", static_cast<unsigned long>(tid));
         Blob blob;
         try {
-            VexProto::ClientData data;
-            data.mutable_register_client_req();
-            blob = serialiseClientMsg(VexProto::REGISTER_CLIENT_REQ,
-                                      static_cast<unsigned long>(tid), data);
+            blob = makeRegisterClientReqBlob(static_cast<unsigned long>(tid));
         } catch (const std::exception&) {
             MAVO_LOG("Failed to create event.");
             cb(RUX_STATUS_INTERNAL_ERR);
@@ -297,9 +294,7 @@ void MavoClient::registerDppdIndication(rux_dppd_capability_ind_cb capabilityCb,
         auto self = instanceForRequest();
         if (!self) return;
         self->setDppdIndCallbacks(capabilityCb, recommendationCb);
-        VexProto::ClientData data;
-        data.mutable_register_dppd_indication_req();
-        self->post(serialiseClientMsg(VexProto::REGISTER_DPPD_INDICATION_REQ, 0, data), false);
+        self->post(makeRegisterDppdIndicationReqBlob(), false);
     });
 }
 
@@ -308,10 +303,7 @@ void MavoClient::registerMultiSimSubmodeIndication(rux_submode_info_ind_cb cb) {
         auto self = instanceForRequest();
         if (!self) return;
         self->setMultiSimIndCallback(cb);
-        VexProto::ClientData data;
-        data.mutable_register_multi_sim_submode_indication_req();
-        self->post(serialiseClientMsg(VexProto::REGISTER_MULTI_SIM_SUBMODE_INDICATION_REQ, 0, data),
-                   false);
+        self->post(makeRegisterMultiSimSubmodeIndicationReqBlob(), false);
     });
 }
 

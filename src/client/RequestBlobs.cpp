@@ -95,6 +95,26 @@ Blob serialiseServiceMsg(VexProto::ServiceEventId eventId, unsigned long tid,
     }
 }
 
+// --- registrations -----------------------------------------------------------------------
+
+Blob makeRegisterClientReqBlob(unsigned long tid) {
+    VexProto::ClientData data;
+    data.mutable_register_client_req();
+    return serialiseClientMsg(VexProto::REGISTER_CLIENT_REQ, tid, data);
+}
+
+Blob makeRegisterDppdIndicationReqBlob() {
+    VexProto::ClientData data;
+    data.mutable_register_dppd_indication_req();
+    return serialiseClientMsg(VexProto::REGISTER_DPPD_INDICATION_REQ, 0, data);
+}
+
+Blob makeRegisterMultiSimSubmodeIndicationReqBlob() {
+    VexProto::ClientData data;
+    data.mutable_register_multi_sim_submode_indication_req();
+    return serialiseClientMsg(VexProto::REGISTER_MULTI_SIM_SUBMODE_INDICATION_REQ, 0, data);
+}
+
 // --- requests --------------------------------------------------------------------------
 
 BlobResult makeSetCoverageStateReqBlob(unsigned long tid, slot_id_e slot, coverage_state_e state) {

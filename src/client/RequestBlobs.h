@@ -25,13 +25,21 @@ using Blob = std::vector<unsigned char>;
 using BlobResult = std::pair<Blob, status_e>;
 using BlobResultV2 = std::pair<Blob, status_v2_e>;
 
-// The envelope alone, for the requests built inline (registration, DPPD, multi-SIM):
+// The envelope alone, for the queries built inline (DPPD, multi-SIM):
 // ClientMsg{eventId, tid, data} sized and serialised into a vector of exactly that size.
 // An empty blob if it cannot be built.
 Blob serialiseClientMsg(VexProto::ClientEventId eventId, unsigned long tid,
                         const VexProto::ClientData& data);
 Blob serialiseServiceMsg(VexProto::ServiceEventId eventId, unsigned long tid,
                          const VexProto::ServiceData& data);
+
+// The registrations: an empty payload in its envelope, the client's with its transaction
+// id, the two indication ones with none. Unlike the builders below they log nothing and
+// throw (std::bad_alloc) when the payload cannot be made; a blob that cannot be
+// serialised comes back empty.
+Blob makeRegisterClientReqBlob(unsigned long tid);
+Blob makeRegisterDppdIndicationReqBlob();
+Blob makeRegisterMultiSimSubmodeIndicationReqBlob();
 
 BlobResult makeSetCoverageStateReqBlob(unsigned long tid, slot_id_e slot, coverage_state_e state);
 BlobResult makeSetHstStateReqBlob(unsigned long tid, hst_state_e state);

@@ -1,5 +1,6 @@
-// Request blobs and local replies: the envelope each enum-only builder writes (event id,
-// a 64-bit transaction id, the payload in member event id + 1), and the reply each
+// Request blobs and local replies: the envelope each enum-only builder and each
+// registration writes (event id, the transaction id, the payload in member event id + 1),
+// and the reply each
 // local-reply builder writes. Which status each bad argument gets is pinned at the C
 // interface (MavoClientTest), the cell records' bytes by CellConversionsTest.
 #include <gtest/gtest.h>
@@ -17,13 +18,13 @@ using rux::test::hex;
 
 constexpr unsigned long kTid = 0x100000003UL;  // wider than 32 bits: the envelope keeps it
 
-// "<event id>: <payload bytes>" for an envelope with kTid whose data holds member event
+// "<event id>: <payload bytes>" for an envelope with `tid` whose data holds member event
 // id + 1; what is wrong otherwise.
 template <typename Msg>
-std::string envelope(const Blob& blob) {
+std::string envelope(const Blob& blob, unsigned long tid = kTid) {
     Msg msg;
     if (!msg.ParseFromArray(blob.data(), static_cast<int>(blob.size()))) return "unparsable";
-    if (msg.transaction_id() != kTid) return "tid " + std::to_string(msg.transaction_id());
+    if (msg.transaction_id() != tid) return "tid " + std::to_string(msg.transaction_id());
     const int member = static_cast<int>(msg.data().msg_type_case());
     if (member != msg.event_id() + 1) return "member " + std::to_string(member);
     const std::string data = msg.data().SerializeAsString();
@@ -39,6 +40,7 @@ TEST(RequestBlobsTest, EachBuilderWritesItsRequest) {
     const struct {
         BlobResult got;
         const char* expected;  // "<event id>: <payload>", or the failure's status
+        unsigned long tid = kTid;
     } cases[] = {
         {makeSetCoverageStateReqBlob(kTid, RUX_SLOT_ID_SECOND, RUX_COVERAGE_STATE_OUT_OF_COVERAGE_HOLE),
          "0: 08 02 10 02"},
@@ -56,11 +58,14 @@ TEST(RequestBlobsTest, EachBuilderWritesItsRequest) {
         {makeSetFlightModeStateReqBlob(kTid, RUX_FLIGHT_MODE_STATE_IN_FLIGHT), "18: 08 02"},
         {makeSetDeviceFoldStateReqBlob(kTid, RUX_DEVICE_FOLD_STATE_OPEN), "19: 08 01"},
         {makeSetSubwayStateReqBlob(kTid, RUX_SUBWAY_STATE_IN_CARRIAGE), "21: 08 02"},
+        {{makeRegisterClientReqBlob(kTid), RUX_STATUS_SUCCESS}, "16: "},
+        {{makeRegisterDppdIndicationReqBlob(), RUX_STATUS_SUCCESS}, "10: ", 0},
+        {{makeRegisterMultiSimSubmodeIndicationReqBlob(), RUX_STATUS_SUCCESS}, "11: ", 0},
     };
     for (const auto& c : cases) {
         const auto& [blob, status] = c.got;
         if (status == RUX_STATUS_SUCCESS)
-            EXPECT_EQ(envelope<VexProto::ClientMsg>(blob), c.expected);
+            EXPECT_EQ(envelope<VexProto::ClientMsg>(blob, c.tid), c.expected);
         else
             EXPECT_EQ(std::to_string(status) + (blob.empty() ? "" : " and a blob"), c.expected);
     }
