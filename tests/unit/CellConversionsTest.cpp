@@ -1,6 +1,5 @@
-// The cell converters, one table: what each writes on the wire for sample cells (field
-// placement, the not-given marker), each limit at n and n + 1, each check against the
-// next one in its order, and the lines each leaves in the log.
+// The cell converters, one table: the bytes for sample cells, each limit at n and n + 1,
+// each check against the next one in its order, and the lines each leaves in the log.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -15,8 +14,7 @@ namespace {
 using namespace rux::client;
 using namespace rux::test;
 
-// One sample of each cell type, every field a different value so a field in the wrong
-// place shows.
+// One sample of each cell type, every field a different value.
 const lte_dubious_cell_info_s kLte{310, 260, 1, 122, 1850, 101, 7, 0x1A2B3C};
 const nr_dubious_cell_info_s kNr{311, 480, 0, 277, 628000, 500, 9, 0x900000001ull, RUX_NR5G_SCS_30};
 const preferred_cell_info_s kPref{

@@ -145,8 +145,7 @@ const DispatchCase kDispatchCases[] = {
     // The DPPD completions report success whatever the reply says.
     {12, FILL(d.mutable_get_dppd_capabaility_resp()->set_capable(true)),
      reply(onDppdFlag), "dppd_flag 7 0 1"},
-    {13, FILL(d.mutable_update_dppd_ui_resp()), reply(onDppdFlag),
-     "dppd_flag 7 0 0"},
+    {13, FILL(d.mutable_update_dppd_ui_resp()), reply(onDppdFlag), "dppd_flag 7 0 0"},
     {14, FILL(d.mutable_notify_dppd_capability_ind()->set_capable(true)),
      INSTALL(setDppdIndCallbacks(onDppdCapInd, nullptr)), "dppd_cap_ind 1"},
     {15, FILL(auto* r =

@@ -206,26 +206,18 @@ TEST_F(SdkClientBaseTest, NoticesAndBlobsReachTheirListeners) {
     EXPECT_EQ(error.priority, ANDROID_LOG_ERROR);
 }
 
+// Client types -1 to 12 as "<process id>/<wire type>", and wire types 0 to 10 and the
+// largest one back: not the inverse, as 6 and 8 have no wire type of their own.
 TEST(SdkClientTablesTest, ClientTypesMapToProcessIdAndWireTypeAndWireTypesBack) {
-    const struct {
-        int clientType;
-        unsigned long processId;
-        uint32_t wireType;
-    } toWire[] = {{4, 101, 4},  {5, 102, 5},  {6, 108, 0}, {7, 104, 6}, {8, 108, 0},  {9, 105, 7},
-                  {10, 106, 8}, {11, 107, 9}, {0, 108, 0}, {3, 108, 0}, {12, 108, 0}, {-1, 108, 0}};
-    for (const auto& r : toWire) {
-        EXPECT_EQ(SdkClient::convertSdkTypeToProcessId(type(r.clientType)), r.processId)
-            << r.clientType;
-        EXPECT_EQ(static_cast<uint32_t>(SdkClient::convertSdkTypeToIpc(type(r.clientType))),
-                  r.wireType)
-            << r.clientType;
-    }
-    // Not the inverse of the table above: 6 and 8 have no wire type of their own.
-    const std::pair<uint32_t, int> toClient[] = {{4, 4},  {5, 5}, {6, 7}, {7, 9},  {8, 10},
-                                                 {9, 11}, {0, 0}, {3, 0}, {10, 0}, {0xFFFFFFFF, 0}};
-    for (const auto& [wire, clientType] : toClient)
-        EXPECT_EQ(SdkClient::convertSdkTypeToSdk(static_cast<RuxSdkType>(wire)), clientType)
-            << wire;
+    std::vector<std::string> toWire, toClient;
+    for (int t = -1; t <= 12; ++t)
+        toWire.push_back(std::to_string(SdkClient::convertSdkTypeToProcessId(type(t))) + "/" +
+                         std::to_string(SdkClient::convertSdkTypeToIpc(type(t))));
+    for (uint32_t wire : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 0xFFFFFFFFu})
+        toClient.push_back(std::to_string(SdkClient::convertSdkTypeToSdk(RuxSdkType(wire))));
+    EXPECT_EQ(rux::test::join(toWire, " "), "108/0 108/0 108/0 108/0 108/0 101/4 102/5 108/0 "
+                                            "104/6 108/0 105/7 106/8 107/9 108/0");
+    EXPECT_EQ(rux::test::join(toClient, " "), "0 0 0 0 4 5 7 9 10 11 0 0");
 }
 
 // --- the singleton over a real socket ------------------------------------------------------

@@ -1,6 +1,5 @@
-// Helpers shared by the SDK core and request client tests: an inbox that threads put
-// values into and the test waits on with a deadline, a per-test socket path the SDK is
-// pointed at, and short renderings of log lines and bytes.
+// Helpers shared by the SDK, transport and request client tests: an inbox that threads
+// fill and tests wait on, per-test socket paths, and renderings of log lines and bytes.
 #pragma once
 
 #include <unistd.h>
