@@ -78,8 +78,7 @@ void onResponse(int tid, status_e s) { sink().add("response", tid, s); }
 void onResponseB(int tid, status_e s) { sink().add("responseB", tid, s); }
 void onGetHst(int tid, status_e s, hst_state_e) { sink().add("hst", tid, s); }
 
-// Starts rux-sim on a private socket, points the library at it and registers: requests
-// may follow at once.
+// rux-sim on a private socket, the library pointed at it and registered.
 class ClientE2E : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -130,15 +129,13 @@ TEST_F(ClientE2E, BurstRightAfterRegisteringFollowsItAndADropIsReportedOnce) {
 
     const int after = set_hst_state(RUX_HST_STATE_NOT_SET, onResponseB);
     EXPECT_EQ(sink().waitFor("responseB", after).status, 0) << sink().dump() << sim->dump();
-    // The first connection's receiver has finished (it logs this last), so every report
-    // of that loss has been made.
+    // The first connection's receiver has ended (its last line): every report is made.
     ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
     EXPECT_EQ(sink().downs(), 1u) << sink().dump();
     EXPECT_EQ(simLines("connected session=").size(), 2u) << sim->dump();
 }
 
-// Holds the receiver thread inside an application callback until the test opens it.
-// Never destroyed: a callback may still be waiting at exit.
+// Holds the receiver in an application callback until opened; never destroyed.
 struct Gate {
     std::promise<void> entered, open;
     std::shared_future<void> opened = open.get_future().share();

@@ -224,11 +224,10 @@ TEST_F(BlobListenerTest, CellListFeedbackIsConvertedAndCutToTheRecord) {
     EXPECT_TRUE(log.contains("lte cell 0 has 7 shared PLMNs: the first 6 are delivered"));
 }
 
-// A stored entry is consumed by its reply; a plain reply without one, or with a null one,
-// goes to the fallback, which is the first one offered. Other replies never use it; with
-// nothing to call each kind drops the blob with its own line, an unknown event id too.
-// SDK statuses reach the status callback; bytes that are no ServiceMsg, or none at all,
-// read as event 0 without a payload: dropped.
+// A plain reply without an entry, or with a null one, goes to the fallback (the first one
+// offered); other replies never do, and with nothing to call each kind drops the blob with
+// its line, an unknown event id too. SDK statuses reach the status callback; bytes that
+// are no ServiceMsg, or none at all, read as event 0 without a payload: dropped.
 TEST_F(BlobListenerTest, FallbackTakesPlainRepliesOnlyAndTheRestIsDroppedWithALine) {
     for (int eventId : {0, 22, 23})  // nothing to call yet
         feed(serviceBlob(eventId, 5, eventId == 0 ? FILL(d.mutable_set_coverage_state_resp())
@@ -408,9 +407,8 @@ TEST_F(ClientApiTest, UnreachableServiceLosesRequestsUntilItAccepts) {
                               "get_hst " + num(next) + " 0 0"}));
 }
 
-// The SDK cannot be set up (its thread does not start): the registration reports an
-// internal error (2) to its status callback at once, requests fail, and nothing is left
-// behind: the next registration reaches the service.
+// The SDK thread does not start: status 2 at once, requests fail, and the next
+// registration reaches the service.
 TEST_F(ClientApiTest, FailedSdkSetUpReportsAnInternalErrorAndTheNextRegistrationWorks) {
     rux::sdk::failNextThreadStart();
     register_rux_client(onStatus);

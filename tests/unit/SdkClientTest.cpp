@@ -296,8 +296,7 @@ TEST_F(SdkClientTest, TypesConnectOnDemandTradeBlobsByWireTypeAndRetire) {
     EXPECT_FALSE(sdk->isRunning());
 }
 
-// A connect that would try for a very long time is cut short by the teardown, silently:
-// without that, this test would run into its CTest timeout.
+// A connect that would try for a very long time is cut short by the teardown, silently.
 TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
     rux::test::useSocket(rux::test::uniqueSocketPath("rux-nobody"), 1000000);
     auto sdk = join(4, "never");
