@@ -38,7 +38,6 @@ TEST(CryptoUtilTest, CreateRsaAcceptsOnlyRsaKeysOfTheRequestedKind) {
         {keys.privatePem, 1, false},
         {ecPublic, 1, false},
         {"-----BEGIN PUBLIC KEY-----\n", 1, false},
-        {"", 1, false},
         {"-----BEGIN PUBLIC KEY-----\nMAMCAQA=\n-----END PUBLIC KEY-----\n", 1, false},
     };
     for (const auto& c : cases) {

@@ -59,7 +59,7 @@ Outcome decrypt(const Bytes& file, rux::CryptoUtil& key) {
 
 // At every offset of a file, a cut and a flipped byte. A cut file reads up to the
 // record the cut falls in, which is reported at its offset. A flipped byte in the
-// wrapped key loses the file (as does the wrong key), in the header's zero tail
+// wrapped key loses the file, in the header's zero tail
 // nothing, in a record that record only, unless it hits the length field, after which
 // nothing can be found.
 TEST(LogDecryptTest, EveryCutAndFlippedByteIsReportedWhereItIs) {
@@ -100,11 +100,6 @@ TEST(LogDecryptTest, EveryCutAndFlippedByteIsReportedWhereItIs) {
         }
         EXPECT_EQ(out, flipped);
     }
-    std::string otherPrivate, otherPublic;
-    ASSERT_TRUE(rux::CryptoUtil::generateRsaKeyPair(1024, otherPrivate, otherPublic));
-    rux::CryptoUtil other;
-    ASSERT_TRUE(other.createRSA(otherPrivate, 0));
-    EXPECT_EQ(decrypt(file, other), Outcome({}, headerDamaged));
 }
 
 // --- the command-line tool ------------------------------------------------------
