@@ -27,8 +27,7 @@ TEST(SemaphoreTest, BinaryPostsDoNotAccumulateCountingPostsDo) {
     }
 }
 
-// Records each value it handled with the thread it ran on; the test stops and joins
-// the worker.
+// Records each value it handled with the thread it ran on.
 class RecordingHandler : public IpcHandler<int> {
 public:
     explicit RecordingHandler(bool threaded) : IpcHandler(threaded) {

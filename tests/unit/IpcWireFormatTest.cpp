@@ -1,5 +1,4 @@
-// Byte formats of the IPC transport: the frame header, the handshake packets, the
-// SendBlobMessage payload and the socket path.
+// Byte formats of the IPC transport, and the socket path.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
