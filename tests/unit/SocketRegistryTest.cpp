@@ -91,6 +91,9 @@ TEST_F(SocketRegistryTest, FramesTravelBothWaysWhole) {
     retire(7, 42, pair, handler);
     EXPECT_TRUE(handler.frames.get() == in) << "frames differ";
     EXPECT_TRUE(handler.ends.get().empty());
+    // The key is free again: a service reusing a session id gets a receiver of its own.
+    ASSERT_TRUE(registerSocket(7, 42, second.local, handler2));
+    retire(7, 42, second, handler2);
 }
 
 // A peer that misbehaves in a frame ends the session with the line naming what happened
