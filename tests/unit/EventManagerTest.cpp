@@ -1,5 +1,6 @@
-// EventManager over real socket pairs: dispatch, deferred and immediate removal, removal
-// from other threads and from inside callbacks, and the fatal set-up failures.
+// EventManager over real socket pairs: removals from inside callbacks and from another
+// thread while a callback runs, a reused number, a hang-up and the fatal set-up failures;
+// RuxEventHandler's queue on the same loop.
 #include <android/log.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,12 +10,15 @@
 #include <atomic>
 #include <cstdlib>
 #include <future>
+#include <memory>
+#include <stdexcept>
 
 #include "LogCapture.h"
 #include "SdkTestSupport.h"
 #include "SocketPair.h"
 #include "event/EventManager.h"
 #include "event/RuxTimer.h"
+#include "sdk/RuxEventHandler.h"
 
 namespace {
 
@@ -29,14 +33,11 @@ constexpr auto kDeadline = 10s;
 bool isOpen(int fd) {
     return fcntl(fd, F_GETFD) != -1;
 }
+// `fmt` with its one %d filled in: a log line, or a journal entry such as "event 7".
 std::string line(const char* fmt, int fd) {
     char buf[256];
     snprintf(buf, sizeof(buf), fmt, fd);
     return buf;
-}
-// "event 7", "close 7": what a callback saw.
-std::string entry(const char* what, int fd) {
-    return what + (" " + std::to_string(fd));
 }
 
 // The manager watches `local`, non-blocking; poke() makes it readable.
@@ -51,35 +52,28 @@ struct Journal : rux::test::Inbox<std::string> {
 
     static void event(int fd, void* self) {
         auto* j = static_cast<Journal*>(self);
-        char buf[64];
-        while (read(fd, buf, sizeof(buf)) > 0) {
-        }
-        j->put(entry("event", fd));
+        EventManager::clearRead(fd, nullptr);
+        j->put(line("event %d", fd));
         if (j->onEvent) j->onEvent(fd);
     }
     static void closed(int fd, void* self) {
         auto* j = static_cast<Journal*>(self);
-        j->put(entry("close", fd));
+        j->put(line("close %d", fd));
         if (j->onClose) j->onClose(fd);
     }
 };
 
 class EventManagerTest : public ::testing::Test {
 protected:
-    EventManagerTest() {
-        deadline_.addTimedCallback(
-            10000, [](void*) { return 0; }, nullptr);
-    }
+    EventManagerTest() { EXPECT_GT(deadline_.addTimedCallback(10000, again, nullptr), 0); }
+    static int again(void*) { return 0; }
 
-    // One loop pass that gives up after the deadline instead of hanging when an
-    // expected event never comes.
+    // One loop pass; it gives up after 10 s instead of hanging on an event that never comes.
     void pass() { em_.processEvents(&deadline_); }
-    bool add(const SocketPair& sp, Journal* j = nullptr, bool withClose = false) {
-        return em_.addEventHandler(sp.local, Journal::event, j ? j : &journal_,
-                                   withClose ? Journal::closed : nullptr, EPOLLIN);
+    bool add(const SocketPair& sp, Journal& j) {
+        return em_.addEventHandler(sp.local, Journal::event, &j, Journal::closed, EPOLLIN);
     }
     void drop(int fd) { em_.removeEventHandler(fd, false, nullptr, nullptr); }
-    bool logged(const char* fmt, int fd) { return capture_.contains(line(fmt, fd)); }
     // From inside a callback: whether another thread can take the manager's lock now.
     // The probes outlive the callbacks: a stuck one must not block the one that started it.
     bool lockIsFree() {
@@ -94,129 +88,53 @@ protected:
     std::vector<std::future<bool>> probes_;
 };
 
-// Deferred removal: dispatch stops at once, the closeCallback runs on the caller without
-// the manager's lock, and the next pass takes the descriptor out of epoll and closes it
-// as asked.
-TEST_F(EventManagerTest, RemoveStopsDispatchAndTheNextPassClosesAsAsked) {
-    const struct {
-        const char* name;
-        bool closeFd, withCloseFn, expectClosed;
-    } cases[] = {
-        {"kept open", false, false, false},
-        {"closed by the manager", true, false, true},
-        {"closeFn instead of close", true, true, false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        SocketPair sp;
-        Journal journal;
-        journal.onClose = [&](int) { EXPECT_TRUE(lockIsFree()); };
-        std::vector<void*> closeFnData;
-        ASSERT_TRUE(add(sp, &journal, true));
-        sp.poke();
-        EventManager::CloseFn closeFn = [&](void* d) { closeFnData.push_back(d); };
-        em_.removeEventHandler(sp.local, c.closeFd, c.withCloseFn ? closeFn : nullptr, &journal);
-        EXPECT_EQ(journal.get(), Entries{entry("close", sp.local)});
-        capture_.clear();
-        pass();  // sp is ready, but only the removal is carried out
-        EXPECT_EQ(journal.get(), Entries{entry("close", sp.local)});
-        EXPECT_TRUE(logged("removing %d from epollFd", sp.local)) << capture_.dump();
-        EXPECT_EQ(logged("Closed %d", sp.local), c.closeFd);
-        EXPECT_EQ(closeFnData, c.withCloseFn ? std::vector<void*>{&journal} : std::vector<void*>{});
-        EXPECT_EQ(isOpen(sp.local), !c.expectClosed);
-        if (c.expectClosed) {
-            sp.local = -1;
-        } else {
-            sp.poke();  // out of epoll: more data does not wake the loop for it
-            em_.wake();
-            pass();
-            EXPECT_EQ(journal.size(), 1u);
-        }
-    }
-}
-
 // Two descriptors ready in one wait; whichever is dispatched first removes the other,
-// whose event is then dropped by the approval test, and itself, which the next pass
-// closes.
+// kept open, whose event is then dropped, and itself, handed to a closeFn.
+// Close callbacks run on the remover without the manager's lock; the next pass calls
+// the closeFn and leaves both descriptors open.
 TEST_F(EventManagerTest, RemovalsFromInsideACallback) {
     SocketPair a, b;
+    std::vector<void*> closeFnData;
     journal_.onEvent = [&](int fd) {
         drop(fd == a.local ? b.local : a.local);
-        em_.removeEventHandler(fd, true, nullptr, nullptr);
+        em_.removeEventHandler(
+            fd, true, [&](void* d) { closeFnData.push_back(d); }, &closeFnData);
     };
-    ASSERT_TRUE(add(a, nullptr, true));
-    ASSERT_TRUE(add(b));
+    journal_.onClose = [&](int) { EXPECT_TRUE(lockIsFree()); };
+    ASSERT_TRUE(add(a, journal_) && add(b, journal_));
     a.poke();
     b.poke();
     pass();
-    ASSERT_EQ(journal_.size(), 2u);
-    SocketPair& first = journal_.get()[0] == entry("event", a.local) ? a : b;
-    const int other = &first == &a ? b.local : a.local;
-    const auto dropped = capture_.findEndingWith(
-        line("file descriptor %d is not on the approved list, cannot process event", other));
-    EXPECT_EQ(dropped.priority, ANDROID_LOG_ERROR) << capture_.dump();
+    const bool aFirst = journal_.get().at(0) == line("event %d", a.local);
+    const int first = aFirst ? a.local : b.local, other = aFirst ? b.local : a.local;
+    EXPECT_EQ(journal_.get(),
+              (Entries{line("event %d", first), line("close %d", other), line("close %d", first)}));
     pass();  // the queued removals
-    EXPECT_FALSE(isOpen(first.local));
-    first.local = -1;
-    EXPECT_EQ(journal_.size(), 2u);  // its close callback, if any, ran once
-}
-
-// Hang-up, an event without EPOLLIN, and a handler without a callback all take the
-// immediate-removal path: closeCallback first (without the manager's lock), then
-// closed by the loop in the same pass.
-TEST_F(EventManagerTest, UnusableDescriptorIsClosedInTheSamePass) {
-    const struct {
-        int events;
-        bool withCallback, hangUp;
-        const char* expected;
-    } cases[] = {
-        {EPOLLIN, true, true, "file descriptor '%d' sent HUP/ERR."},
-        {EPOLLOUT, true, false, "Unhandled epoll event: EPOLLOUT  [flags 04]. SHOULD NOT HAPPEN"},
-        {EPOLLIN, false, false, "no callback registered fd:%d. SHOULD NOT HAPPEN."},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.expected);
-        SocketPair sp;
-        Journal journal;
-        journal.onClose = [&](int) { EXPECT_TRUE(lockIsFree()); };
-        ASSERT_TRUE(em_.addEventHandler(sp.local, c.withCallback ? Journal::event : nullptr,
-                                        &journal, Journal::closed, c.events));
-        c.hangUp ? sp.closePeer() : sp.poke();
-        capture_.clear();
-        pass();
-        EXPECT_EQ(capture_.findEndingWith(line(c.expected, sp.local)).priority, ANDROID_LOG_ERROR)
-            << capture_.dump();
-        EXPECT_EQ(journal.get(), Entries{entry("close", sp.local)});
-        EXPECT_FALSE(isOpen(sp.local));
-        sp.local = -1;
-    }
-    EXPECT_EQ(em_.getNumRegisteredFds(), 0);
+    EXPECT_EQ(closeFnData, std::vector<void*>{&closeFnData});
+    EXPECT_TRUE(isOpen(first) && isOpen(other));
 }
 
 // A removal on another thread while the loop runs that descriptor's callback returns
 // only after the callback has: the caller may then free the callback's data. A caller
-// that holds the manager's lock does not wait (the callback may need the lock), also
-// after a pass that carried out removals.
+// that holds the manager's lock does not wait (the callback may need the lock).
 TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackUnlessTheCallerHoldsTheLock) {
     for (bool holdsLock : {false, true}) {
         SCOPED_TRACE(holdsLock);
         SocketPair sp;
-        Journal journal;
-        std::promise<void> entered, release;
+        std::promise<void> release;
         std::shared_future<void> released = release.get_future().share();
         std::atomic<bool> callbackDone{false};
-        journal.onEvent = [&](int) {
-            entered.set_value();
+        journal_.clear();
+        capture_.clear();
+        journal_.onEvent = [&](int) {
             released.wait();
-            // Needs the lock: with a holder that waited, it would never get it.
-            EXPECT_TRUE(lockIsFree());
+            EXPECT_TRUE(lockIsFree());  // never, if a holder of the lock waited
             callbackDone = true;
         };
-        journal.onClose = [&](int) { journal.put(callbackDone ? "after" : "during"); };
-        ASSERT_TRUE(add(sp, &journal, true));
+        ASSERT_TRUE(add(sp, journal_));
         sp.poke();
         auto loop = std::async(std::launch::async, [&] { em_.processEvents(nullptr); });
-        ASSERT_EQ(entered.get_future().wait_for(kDeadline), std::future_status::ready);
+        ASSERT_TRUE(journal_.waitFor(1));  // the callback has started
         auto remover = std::async(std::launch::async, [&] {
             if (holdsLock) em_.lockRecursiveMutex();
             drop(sp.local);
@@ -229,32 +147,70 @@ TEST_F(EventManagerTest, RemovalWaitsForTheRunningCallbackUnlessTheCallerHoldsTh
         ASSERT_EQ(remover.wait_for(kDeadline), std::future_status::ready);
         EXPECT_EQ(remover.get(), !holdsLock);
         ASSERT_EQ(loop.wait_for(kDeadline), std::future_status::ready);
-        EXPECT_EQ(journal.get(), (Entries{entry("event", sp.local), entry("close", sp.local),
-                                          holdsLock ? "during" : "after"}));
-        capture_.clear();
-        pass();  // carries out the removal
-        EXPECT_TRUE(logged("removing %d from epollFd", sp.local));
     }
 }
 
 // A descriptor removed without closing is closed by its owner and the number comes
-// back as a new descriptor before the loop ran: the new registration must survive the
-// stale removal.
-TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistration) {
+// back as a new descriptor before the loop ran: the new registration survives the stale
+// removal. Its hang-up then takes the loop's own removal path: closeCallback first, then
+// closed in the same pass.
+TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistrationUntilItHangsUp) {
     auto first = std::make_unique<SocketPair>();
     const int number = first->local;
-    ASSERT_TRUE(add(*first));
+    ASSERT_TRUE(add(*first, journal_));
     drop(number);
     first.reset();  // the owner closes both ends
     SocketPair second;
     ASSERT_EQ(second.local, number) << "the lowest free number is handed out again";
-    ASSERT_TRUE(add(second));
+    ASSERT_TRUE(add(second, journal_));
     for (int round = 0; round < 2; ++round) {
         second.poke();
         pass();
     }
-    EXPECT_EQ(journal_.get(), Entries(2, entry("event", number)));
-    drop(second.local);
+    second.closePeer();
+    pass();
+    EXPECT_EQ(journal_.get(), (Entries{line("close %d", number), line("event %d", number),
+                                       line("event %d", number), line("close %d", number)}));
+    EXPECT_FALSE(isOpen(number));
+    second.local = -1;
+}
+
+class Recorder : public rux::utils::RuxEventHandler<std::shared_ptr<int>> {
+public:
+    Recorder(RuxTimer* timer, EventManager* em) : RuxEventHandler(timer, em, "Recorder") {}
+    int fd() const { return mFd; }
+    void post(int v) { postEvent(std::make_shared<int>(v)); }
+    std::vector<int> handled;
+
+protected:
+    // The first event posts two more and throws.
+    void handleEvent(std::shared_ptr<int> ev) override {
+        if (*ev == 1) {
+            post(10);
+            post(11);
+            throw std::runtime_error("boom");
+        }
+        handled.push_back(*ev);
+    }
+};
+using RuxEventHandlerTest = EventManagerTest;
+
+// One wake-up drains everything queued, in order, including what handleEvent posts; a
+// throw loses only its own event. Destroying the handler hands its eventfd back.
+TEST_F(RuxEventHandlerTest, OneWakeDrainsEveryQueuedEventInOrderPastAThrow) {
+    auto rec = std::make_unique<Recorder>(&deadline_, &em_);
+    for (int v : {1, 2, 3}) rec->post(v);
+    pass();
+    EXPECT_EQ(rec->handled, (std::vector<int>{2, 3, 10, 11}));
+    EXPECT_EQ(capture_.findEndingWith("RuxEventHandler: handleEvent threw: boom").priority,
+              ANDROID_LOG_ERROR)
+        << capture_.dump();
+
+    const int fd = rec->fd();
+    rec.reset();
+    EXPECT_EQ(em_.getNumRegisteredFds(), 0);
+    pass();
+    EXPECT_TRUE(capture_.contains(line("Closed %d", fd))) << capture_.dump();
 }
 
 // Descriptors 0..limit-1 are usable; `allowed` of the three set-up descriptors fit.
@@ -274,8 +230,8 @@ void limitDescriptorsTo(int allowed) {
 
 TEST(EventManagerDeathTest, SetUpFailureEndsTheProcessWithItsLine) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    int allowed = 0;
-    for (const char* what : {"epoll", "eventfd", "removeFd"}) {
+    const char* const failing[] = {"epoll", "eventfd", "removeFd"};
+    for (int allowed = 0; allowed < 3; ++allowed) {
         EXPECT_EXIT(
             {
                 setenv("RUX_TEST_LOG_STDERR", "1", 1);
@@ -284,8 +240,7 @@ TEST(EventManagerDeathTest, SetUpFailureEndsTheProcessWithItsLine) {
                 EventManager em;
             },
             ::testing::ExitedWithCode(255),
-            std::string("6/\\(null\\): Cannot create ") + what + " instance\n$");
-        ++allowed;
+            std::string("6/\\(null\\): Cannot create ") + failing[allowed] + " instance\n$");
     }
 }
 
