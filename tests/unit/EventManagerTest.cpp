@@ -1,6 +1,5 @@
-// EventManager over real socket pairs: removals from inside callbacks and from another
-// thread while a callback runs, a reused number, a hang-up and the fatal set-up failures;
-// RuxEventHandler's queue on the same loop.
+// EventManager over real socket pairs: removals inside callbacks and beside a running one, a
+// reused number, a hang-up, fatal set-up failures; RuxEventHandler's queue on the same loop.
 #include <android/log.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -223,8 +222,7 @@ void limitDescriptorsTo(int allowed) {
     rlimit lowered = saved;
     lowered.rlim_cur = static_cast<rlim_t>(lowestFree[allowed]);
     setrlimit(RLIMIT_NOFILE, &lowered);
-    // Give the limit back before the exit handlers registered earlier (sanitizer
-    // reports) need descriptors of their own.
+    // Given back before exit handlers registered earlier (sanitizer reports) need descriptors.
     atexit([] { setrlimit(RLIMIT_NOFILE, &saved); });
 }
 

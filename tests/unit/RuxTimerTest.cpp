@@ -47,13 +47,16 @@ protected:
 
 TEST_F(RuxTimerTest, TimeoutIsRoundedUpToWholeMilliseconds) {
     EXPECT_EQ(timer_.timeUntilNextEvent(), -1);  // empty queue
+    timespec exact = clock_.now;
+    RuxTimer::addDelayToTimeval(50, exact);  // lands on a whole second: carried, never 1e9 ns
+    EXPECT_EQ(std::make_pair(exact.tv_sec, exact.tv_nsec), std::make_pair(time_t{5001}, 0L));
     const struct {
         int64_t delayMs;
         long elapsedNs;  // how far the clock moved after the add
         int expected;
     } cases[] = {
-        {1, kNsPerMs - 1, 1},           {1, kNsPerMs, 0}, {1, 5 * kNsPerMs, 0},
-        {2, kNsPerMs - 1, 2},           {1500, 1, 1500},  {0, 0, 0},
+        {1, kNsPerMs - 1, 1},           {1, 5 * kNsPerMs, 0}, {1000, 0, 1000},
+        {2, kNsPerMs - 1, 2},           {1500, 1, 1500},      {0, 0, 0},
         {INT64_C(1) << 40, 0, INT_MAX},
     };
     for (const auto& c : cases) {
@@ -134,16 +137,14 @@ TEST_F(RuxTimerTest, NullCallbackIsRefusedAndTheMonitorHearsOfANewHead) {
               std::vector<std::string>{
                   "5/(null): addTimedCallback failed; cannot have NULL callback function"});
     struct Monitor : rux::utils::IRuxTimerMonitor {
-        int calls = 0;
-        void onTimerQueueHeadChanged() override { ++calls; }
+        const RuxTimer* timer = nullptr;
+        std::vector<size_t> queueSizes;  // at each call
+        void onTimerQueueHeadChanged() override { queueSizes.push_back(timer->size()); }
     } monitor;
     RuxTimer timer(&monitor, std::ref(clock_));
-    std::vector<int> heads;
-    for (int delay : {100, 200, 50}) {  // the second is behind the head
-        timer.addTimedCallback(delay, Script::run, nullptr);
-        heads.push_back(monitor.calls);
-    }
-    EXPECT_EQ(heads, (std::vector<int>{1, 1, 2}));
+    monitor.timer = &timer;
+    for (int delay : {100, 200, 50}) timer.addTimedCallback(delay, Script::run, nullptr);
+    EXPECT_EQ(monitor.queueSizes, (std::vector<size_t>{1, 3}));  // the second add is behind
 }
 
 }  // namespace
