@@ -4,10 +4,10 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <future>
 #include <mutex>
 
+#include "Inbox.h"
 #include "LogCapture.h"
 #include "Subprocess.h"
 #include "rux/rux_client.h"
@@ -28,26 +28,24 @@ struct Call {
 class Sink {
 public:
     void add(const char* kind, long tid, int status) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mCalls.push_back({kind, tid, status, std::this_thread::get_id()});
-        mChanged.notify_all();
+        mCalls.put({kind, tid, status, std::this_thread::get_id()});
     }
     std::vector<Call> of(const std::string& kind) const {
-        std::lock_guard<std::mutex> lock(mMutex);
         std::vector<Call> out;
-        for (const auto& c : mCalls)
+        for (const auto& c : mCalls.get())
             if (kind.empty() || c.kind == kind) out.push_back(c);
         return out;
     }
     // The first call of `kind` (with `tid`, unless -1); kind "" after 20 s.
-    Call waitFor(const std::string& kind, long tid = -1) const {
+    Call waitFor(const std::string& kind, long tid = -1) {
         Call found;
-        std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait_for(lock, 20s, [&] {
-            for (const auto& c : mCalls)
-                if (c.kind == kind && (tid == -1 || c.tid == tid)) return found = c, true;
-            return false;
-        });
+        mCalls.waitUntil(
+            [&](const std::vector<Call>& calls) {
+                for (const auto& c : calls)
+                    if (c.kind == kind && (tid == -1 || c.tid == tid)) return found = c, true;
+                return false;
+            },
+            kDeadline);
         return found;
     }
     size_t downs() const {
@@ -63,9 +61,7 @@ public:
     }
 
 private:
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mChanged;
-    std::vector<Call> mCalls;  // guarded by mMutex
+    Inbox<Call> mCalls;
 };
 
 Sink& sink() {
@@ -85,7 +81,7 @@ protected:
         static int casesInThisProcess = 0;
         if (++casesInThisProcess > 1)
             GTEST_SKIP() << "library state is per process: run each case alone (ctest does)";
-        path = SimProcess::uniqueSocketPath("client");
+        path = uniqueSocketPath("rux-e2e-client");
         ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
         sim = std::make_unique<SimProcess>(path);
         ASSERT_TRUE(sim->ready()) << sim->dump();
@@ -98,7 +94,7 @@ protected:
 
     std::vector<std::string> simLines(const std::string& prefix) {
         std::vector<std::string> out;
-        for (const auto& l : sim->process().lines())
+        for (const auto& l : sim->lines())
             if (l.rfind(prefix, 0) == 0) out.push_back(l);
         return out;
     }

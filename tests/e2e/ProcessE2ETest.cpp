@@ -10,7 +10,7 @@ namespace rux::test {
 namespace {
 
 TEST(ProcessE2ETest, ExitsWithStatusZeroAfterAReplyWithRequestsOutstandingAndFromAThread) {
-    const std::string path = SimProcess::uniqueSocketPath("exit");
+    const std::string path = uniqueSocketPath("rux-e2e-exit");
     ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
     SimProcess sim(path);
     ASSERT_TRUE(sim.ready()) << sim.dump();

@@ -122,7 +122,7 @@ const std::pair<const char*, const char*> kIndications[] = {
 // clang-format on
 
 TEST(RuxctlE2E, EverySubcommandAndWatchAgainstTheSimulator) {
-    const std::string path = SimProcess::uniqueSocketPath("ruxctl");
+    const std::string path = uniqueSocketPath("rux-e2e-ruxctl");
     ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
     // No service yet: the library is still trying to connect at the timeout.
     expectRun(*start("--timeout 0.5 get-hst-state"), 3, {},

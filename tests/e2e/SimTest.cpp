@@ -107,7 +107,7 @@ const Row kRows[] = {
 // clang-format on
 
 TEST(SimTest, EachControlLineRepliesAndActsAndAServedPathIsLeftAlone) {
-    const std::string path = SimProcess::uniqueSocketPath("sim"), control = path + ".ctl";
+    const std::string path = uniqueSocketPath("rux-e2e-sim"), control = path + ".ctl";
     SimProcess sim(path, {"--control-socket", control, "--status", "GET_HST_STATE_REQ=4"});
     ASSERT_TRUE(sim.ready()) << sim.dump();
     SimClient client(path);

@@ -24,7 +24,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-using rux::test::SimProcess;
+using namespace rux::test;
 
 size_t entries(const char* dir) {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(dir), {}));
@@ -69,7 +69,7 @@ TEST(StressE2ETest, ServiceKilledAndRestartedUnderFourRequestingThreads) {
     // ThreadSanitizer starts a thread of its own with the first thread created: first.
     std::thread([] {}).join();
     const size_t fds = entries("/proc/self/fd"), threads = entries("/proc/self/task");
-    const std::string path = SimProcess::uniqueSocketPath("stress");
+    const std::string path = uniqueSocketPath("rux-e2e-stress");
     ::setenv("RUX_SOCKET_PATH", path.c_str(), 1);
     auto sim = std::make_unique<SimProcess>(path);
     ASSERT_TRUE(sim->ready());

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <fstream>
 #include <sstream>
 
@@ -155,12 +154,6 @@ std::string SimProcess::command(const std::string& line) {
     if (!writeLine(line) || !waitFor([&](const auto& l) { return reply(l) != l.end(); })) return "";
     const auto all = lines();
     return *reply(all);
-}
-
-std::string SimProcess::uniqueSocketPath(const std::string& name) {
-    static std::atomic<int> counter{0};
-    return "/tmp/rux-e2e-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + "-" +
-           name + ".sock";
 }
 
 }  // namespace rux::test

@@ -1,7 +1,7 @@
 // Subprocess: a program in the test's environment, fed through its stdin; a thread reads its
 // output lines and reaps it once they end. Every wait is on an event with a deadline.
 // SimProcess: rux-sim on a private socket path, driven by control lines on stdin; its
-// readable event log is its stdout.
+// readable event log is its stdout. Socket paths come from uniqueSocketPath (SocketPair.h).
 #pragma once
 
 #include <sys/types.h>
@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "SocketPair.h"
+
 namespace rux::test {
 
 constexpr std::chrono::seconds kDeadline{20};
@@ -29,7 +31,6 @@ public:
 
     bool started() const { return mPid > 0; }
     pid_t pid() const { return mPid; }
-    Subprocess& process() { return *this; }  // for tests written against a SimProcess member
 
     bool writeLine(const std::string& line);
     void closeStdin();
@@ -69,8 +70,6 @@ public:
     std::string command(const std::string& line);
 
     static bool isReply(const std::string& line);
-    // A socket path unique to this process and call: /tmp/rux-e2e-<pid>-<n>-<name>.sock
-    static std::string uniqueSocketPath(const std::string& name);
 
 private:
     bool mReady = false;

@@ -1,5 +1,6 @@
 // Playing the peer of the code under test on a Unix stream socket: whole writes, reads
-// with a deadline, and a connected pair whose `local` end the code under test gets.
+// with a deadline, a connected pair whose `local` end the code under test gets, and socket
+// paths of this test process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,7 +8,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace rux::test {
@@ -28,6 +31,13 @@ inline std::vector<uint8_t> readExactly(int fd, size_t n) {
 inline void setReadDeadline(int fd) {  // reads give up after 10 s instead of hanging
     const timeval deadline{10, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
+}
+
+// /tmp/<stem>-<pid>-<n>.sock, a new one each call.
+inline std::string uniqueSocketPath(const std::string& stem) {
+    static std::atomic<int> counter{0};
+    return "/tmp/" + stem + "-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
+           ".sock";
 }
 
 // Whoever closes an end sets it to -1 here, so that nothing is closed twice.

@@ -1,60 +1,17 @@
-// Helpers shared by the SDK, transport and request client tests: an inbox that threads
-// fill and tests wait on, per-test socket paths, and renderings of log lines and bytes.
+// Helpers shared by the SDK, transport and request client tests: the SDK pointed at a
+// socket, and renderings of log lines and bytes.
 #pragma once
 
-#include <unistd.h>
-
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "Inbox.h"
 #include "LogCapture.h"
+#include "SocketPair.h"
 #include "sdk/SdkClient.h"
 
 namespace rux::test {
-
-template <typename T>
-class Inbox {
-public:
-    // Notifies under the lock: a test may destroy the inbox as soon as it sees the value.
-    void put(T value) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mItems.push_back(std::move(value));
-        mChanged.notify_all();
-    }
-    // Waits until at least `n` values are in, or 10 s pass.
-    bool waitFor(size_t n, std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, timeout, [&] { return mItems.size() >= n; });
-    }
-    std::vector<T> get() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mItems;
-    }
-    size_t size() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mItems.size();
-    }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mItems.clear();
-    }
-
-private:
-    mutable std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::vector<T> mItems;
-};
-
-inline std::string uniqueSocketPath(const char* stem) {
-    static std::atomic<int> counter{0};
-    return std::string("/tmp/") + stem + "-" + std::to_string(::getpid()) + "-" +
-           std::to_string(counter++) + ".sock";
-}
 
 // Points the SDK at `socketPath`: `attempts` quick connects, not the service's 50 x 100 ms.
 inline void useSocket(const std::string& socketPath, int attempts) {
