@@ -17,7 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What the C callbacks received, and the thread each ran on.
 struct Call {
     std::string kind;
     long tid = 0;

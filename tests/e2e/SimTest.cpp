@@ -2,12 +2,10 @@
 // option, the control socket, quit, and paths already served. (ruxctl's tests pin answers.)
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -60,17 +58,6 @@ void expectServedBy(const std::string& path, const std::string& who) {
     std::ifstream in(log);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "first\n");
     ::unlink(log.c_str());
-}
-
-int connectOrListen(const std::string& path, bool listen) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const auto at = reinterpret_cast<sockaddr*>(&address);
-    const bool ok = listen ? ::bind(fd, at, sizeof address) == 0 && ::listen(fd, 4) == 0
-                           : ::connect(fd, at, sizeof address) == 0;
-    return ok ? fd : (::close(fd), -1);
 }
 
 struct Row {
@@ -134,7 +121,7 @@ TEST(SimTest, EachControlLineRepliesAndActsAndAServedPathIsLeftAlone) {
     ASSERT_EQ(sim.command("refuse off"), "ok");
     EXPECT_TRUE(SimClient(path).up) << sim.dump();
     // The control socket takes the same lines and answers on the connection.
-    const int fd = connectOrListen(control, false);
+    const int fd = unixSocket(control, false);
     char reply[16] = {};
     EXPECT_EQ(::write(fd, "delay 0\n", 8), 8);
     EXPECT_EQ(::read(fd, reply, sizeof reply - 1), 3);
@@ -150,7 +137,7 @@ TEST(SimTest, EachControlLineRepliesAndActsAndAServedPathIsLeftAlone) {
     EXPECT_EQ(std::count_if(lines.begin(), lines.end(), SimProcess::isReply), replies + 3);
 
     // A path another program serves is left alone.
-    const int listener = connectOrListen(path, true);
+    const int listener = unixSocket(path, true);
     ASSERT_GE(listener, 0);
     expectServedBy(path, "another process (pid " + std::to_string(::getpid()) + ")");
     EXPECT_EQ(::access(path.c_str(), F_OK), 0);

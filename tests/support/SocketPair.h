@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,18 @@ inline std::string uniqueSocketPath(const std::string& stem) {
     static std::atomic<int> counter{0};
     return "/tmp/" + stem + "-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) +
            ".sock";
+}
+
+// A stream socket listening on `path`, or connected to it; -1 when that fails.
+inline int unixSocket(const std::string& path, bool listen) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const auto at = reinterpret_cast<sockaddr*>(&address);
+    const bool ok = listen ? ::bind(fd, at, sizeof address) == 0 && ::listen(fd, 8) == 0
+                           : ::connect(fd, at, sizeof address) == 0;
+    return ok ? fd : (::close(fd), -1);
 }
 
 // Whoever closes an end sets it to -1 here, so that nothing is closed twice.

@@ -161,8 +161,6 @@ TEST(CryptoUtilTest, OtherOperationsGiveKnownOrAgreedResults) {
     for (const auto& r : rows) EXPECT_EQ(r.gave, r.expected) << r.what;
 }
 
-// --- byte formats ------------------------------------------------------------------
-
 TEST(LogFileFormatTest, ConfigurationAndRecordBytes) {
     const auto config = rux::logfile::decodeConfig({8, 7, 6, 5, 4, 3, 2, 1, 7, 'P', 'E', 'M'});
     EXPECT_EQ(config.maxRecordsPerFile, 0x0102030405060708u);

@@ -27,7 +27,6 @@ std::string loggedMessages(const LogCapture& capture) {
     return rux::test::loggedTexts(capture);
 }
 
-// in -> in + shift for every in from low to high.
 Pairs shifted(int low, int high, int shift) {
     Pairs out;
     for (int v = low; v <= high; ++v) out.emplace_back(v, v + shift);
@@ -61,7 +60,6 @@ int sentOrRefused(bool (*convert)(Wire&, C), int v) {
 #define IDENTITY(fn) #fn, [](int v) { return sentOrRefused(fn, v); }
 
 const Conversion kConversions[] = {
-    // request side: C enum -> wire
     {CONVERSION(convertStatusToProto), shifted(-1, 7, 1), {-2, 8}, 0,
      "Request received on UNKNOWN Status type"},
     {CONVERSION(convertSlotIdToProto), shifted(0, 2, 1), {-1, 3}, 0,
@@ -81,7 +79,6 @@ const Conversion kConversions[] = {
     {IDENTITY(convertSubwayStateToProto), shifted(0, 3, 0), {-1, 4}, -77, ""},
     {CONVERSION(convertCellMitigationToProto), {{1, VexProto::CELL_PREFERRED}, {2, VexProto::CELL_INFO}},
      {0, 3, -1}, 0, "Unknown Cell Mitigation Type"},
-    // reply side: wire -> C enum
     {CONVERSION(convertProtoStatusToClient), shifted(1, 8, -1), {0, 9, -1}, -1, ""},
     // The v2 family skips -1 and -6.
     {CONVERSION(convertProtoStatusToClientV2),

@@ -102,8 +102,6 @@ TEST(LogDecryptTest, EveryCutAndFlippedByteIsReportedWhereItIs) {
     }
 }
 
-// --- the command-line tool ------------------------------------------------------
-
 struct ToolRun {
     int status;
     std::string output;  // stdout and stderr

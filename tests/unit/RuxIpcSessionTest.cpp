@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <future>
 #include <string>
@@ -28,20 +26,12 @@ namespace {
 using namespace rux::ipc;
 using namespace std::chrono_literals;
 using Bytes = std::vector<uint8_t>;
-using rux::test::countEndingWith;
 using rux::test::Inbox;
 using rux::test::LogCapture;
+using rux::test::quickConnect;
 using rux::test::readExactly;
 using rux::test::uniqueSocketPath;
 using rux::test::writeAll;
-
-ConnectOptions fastOptions(const std::string& path, int attempts = 3) {
-    ConnectOptions options;
-    options.socketPath = path;
-    options.maxAttempts = attempts;
-    options.retryDelay = std::chrono::microseconds(1000);
-    return options;
-}
 
 // Every connection status a session reports.
 using StatusLog = Inbox<bool>;
@@ -54,12 +44,8 @@ std::function<void(bool)> reportTo(StatusLog& log) {
 class ScriptedPeer {
 public:
     ScriptedPeer(std::string path, std::function<void(int fd)> script) : mPath(std::move(path)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, mPath.data(), mPath.size());
-        mListen = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        EXPECT_EQ(::bind(mListen, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(mListen, 8), 0);
+        mListen = rux::test::unixSocket(mPath, true);
+        EXPECT_GE(mListen, 0);
         mDone = std::async(std::launch::async, [this, script] {
             pollfd p{mListen, POLLIN, 0};
             if (::poll(&p, 1, 10000) != 1) return;
@@ -83,8 +69,6 @@ private:
     std::future<void> mDone;
 };
 
-// --- against the serving side -----------------------------------------------------
-
 class SessionWithServerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -104,7 +88,7 @@ protected:
 
     std::unique_ptr<RuxIpcClientSession> connectedSession() {
         auto session =
-            std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_101, false, fastOptions(path));
+            std::make_unique<RuxIpcClientSession>(PROCESS_ID_CLIENT_101, false, quickConnect(path));
         session->connectToServer(reportTo(status));
         EXPECT_TRUE(status.waitFor(1));
         EXPECT_EQ(status.get(), std::vector<bool>{true});
@@ -148,8 +132,6 @@ TEST_F(SessionWithServerTest, SecondConnectIsIdleRawSendsArriveUnknownIdsAreDrop
     EXPECT_EQ(status.get(), std::vector<bool>{true});
 }
 
-// --- against a scripted peer ------------------------------------------------------
-
 // Each failure: its log line, the socket closed, false reported once, one attempt only.
 TEST(SessionHandshakeTest, FailureClosesReportsFalseOnceAndDoesNotRetry) {
     const struct {
@@ -186,7 +168,7 @@ TEST(SessionHandshakeTest, FailureClosesReportsFalseOnceAndDoesNotRetry) {
             sawClose = ::recv(fd, &byte, 1, 0) == 0;  // end of stream within the deadline
         });
         StatusLog status;
-        ConnectOptions options = fastOptions(path, 5);
+        ConnectOptions options = quickConnect(path, 5);
         if (c.timeout.count() > 0) options.handshakeTimeout = c.timeout;
         RuxIpcClientSession session(PROCESS_ID_CLIENT_101, false, options);
         session.connectToServer(reportTo(status));
@@ -194,7 +176,7 @@ TEST(SessionHandshakeTest, FailureClosesReportsFalseOnceAndDoesNotRetry) {
         EXPECT_EQ(session.socketFd(), -1);
         ASSERT_TRUE(peer.finished());
         EXPECT_TRUE(sawClose.load());
-        EXPECT_EQ(countEndingWith(capture, "Connect ret: 0"), 1u);
+        EXPECT_EQ(capture.matching("Connect ret: 0").size(), 1u);
         EXPECT_EQ(capture.findEndingWith(c.logLine).priority, c.priority) << capture.dump();
     }
 }
@@ -217,7 +199,7 @@ TEST(SessionHandshakeTest, SessionEndedBeforeItsUpIsReportedGivesUpThenDown) {
         release.get_future().wait();
     });
     StatusLog status;
-    ConnectOptions options = fastOptions(path);
+    ConnectOptions options = quickConnect(path);
     options.frameStallLimit = 50ms;
     RuxIpcClientSession* self = nullptr;
     options.afterHandshake = [&self] { self->waitForReceivers(); };
@@ -230,8 +212,6 @@ TEST(SessionHandshakeTest, SessionEndedBeforeItsUpIsReportedGivesUpThenDown) {
     EXPECT_EQ(capture.findEndingWith("Frame stalled: 4 of 10 payload bytes in 50 ms").priority, 6);
     EXPECT_FALSE(capture.contains("No MessageConstructor"));
 }
-
-// --- without a service --------------------------------------------------------------
 
 // Cleanup during the retries (50 x 100 ms by default) stops them without a status, and
 // returns only once the connect path has let go of the socket.
@@ -248,7 +228,7 @@ TEST(SessionConnectTest, CleanupDuringRetriesStopsThemWithoutAStatus) {
     auto done = std::async(std::launch::async, [&] { session->cleanup(); });
     ASSERT_EQ(done.wait_for(10s), std::future_status::ready);
     EXPECT_TRUE(capture.contains("Connect fail: mThreadSemaphore.increase")) << capture.dump();
-    EXPECT_LT(countEndingWith(capture, "Connect ret: -1"), 50u);
+    EXPECT_LT(capture.matching("Connect ret: -1").size(), 50u);
     session.reset();
     EXPECT_TRUE(status.get().empty());
 }

@@ -176,7 +176,7 @@ TEST_P(SdkClientBaseScenarioTest, LeadsToTheseCallsAndReports) {
     }
     EXPECT_EQ(rux::test::join(sdk.calls.get(), " "), c.calls);
     EXPECT_EQ(rux::test::join(heard.get(), ", "), expectedHeard);
-    EXPECT_EQ(rux::test::countEndingWith(log, "Reconnect client"), c.reconnects);
+    EXPECT_EQ(log.matching("Reconnect client").size(), c.reconnects);
     EXPECT_EQ(sdk.isRunning(), !ends);
     for (int t : types) EXPECT_EQ(sdk.hasClientType(type(t)), !cleaned.count(t)) << t;
     EXPECT_NE(log.findEndingWith(c.line).priority, -1);
@@ -220,12 +220,10 @@ TEST(SdkClientTablesTest, ClientTypesMapToProcessIdAndWireTypeAndWireTypesBack) 
     EXPECT_EQ(rux::test::join(toClient, " "), "0 0 0 0 4 5 7 9 10 11 0 0");
 }
 
-// --- the singleton over a real socket ------------------------------------------------------
-
 class SdkClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        rux::test::useSocket(path, 3);
+        SdkClient::setConnectOptions(rux::test::quickConnect(path));
         ASSERT_TRUE(server.start(path));
     }
     void TearDown() override {
@@ -298,7 +296,8 @@ TEST_F(SdkClientTest, TypesConnectOnDemandTradeBlobsByWireTypeAndRetire) {
 
 // A connect that would try for a very long time is cut short by the teardown, silently.
 TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
-    rux::test::useSocket(rux::test::uniqueSocketPath("rux-nobody"), 1000000);
+    SdkClient::setConnectOptions(
+        rux::test::quickConnect(rux::test::uniqueSocketPath("rux-nobody"), 1000000));
     auto sdk = join(4, "never");
     ASSERT_TRUE(log.waitForText("Connect ret: -1"));
     SdkClient::destroyInstance(type(4));

@@ -13,23 +13,13 @@
 
 namespace rux::test {
 
-// Points the SDK at `socketPath`: `attempts` quick connects, not the service's 50 x 100 ms.
-inline void useSocket(const std::string& socketPath, int attempts) {
+// `attempts` quick connects to `socketPath`, not the service's 50 x 100 ms.
+inline rux::ipc::ConnectOptions quickConnect(const std::string& socketPath, int attempts = 3) {
     rux::ipc::ConnectOptions options;
     options.socketPath = socketPath;
     options.maxAttempts = attempts;
     options.retryDelay = std::chrono::milliseconds(1);
-    rux::sdk::SdkClient::setConnectOptions(options);
-}
-
-// How many captured lines end with `suffix`.
-inline size_t countEndingWith(const LogCapture& capture, const std::string& suffix) {
-    size_t n = 0;
-    for (auto& line : capture.lines())
-        if (line.text.size() >= suffix.size() &&
-            line.text.compare(line.text.size() - suffix.size(), suffix.size(), suffix) == 0)
-            ++n;
-    return n;
+    return options;
 }
 
 // The items in one line, e.g. "a; b", for comparing a whole sequence at once.
