@@ -24,54 +24,47 @@ struct Call {
     std::thread::id thread;
 };
 
-class Sink {
-public:
-    void add(const char* kind, long tid, int status) {
-        mCalls.put({kind, tid, status, std::this_thread::get_id()});
-    }
-    std::vector<Call> of(const std::string& kind) const {
-        std::vector<Call> out;
-        for (const auto& c : mCalls.get())
-            if (kind.empty() || c.kind == kind) out.push_back(c);
-        return out;
-    }
-    // The first call of `kind` (with `tid`, unless -1); kind "" after 20 s.
-    Call waitFor(const std::string& kind, long tid = -1) {
-        Call found;
-        mCalls.waitUntil(
-            [&](const std::vector<Call>& calls) {
-                for (const auto& c : calls)
-                    if (c.kind == kind && (tid == -1 || c.tid == tid)) return found = c, true;
-                return false;
-            },
-            kDeadline);
-        return found;
-    }
-    size_t downs() const {
-        size_t n = 0;
-        for (const auto& c : of("status")) n += c.status == RUX_STATUS_SERVICE_DOWN;
-        return n;
-    }
-    std::string dump() const {
-        std::string out;
-        for (const auto& c : of(""))
-            out += "  " + c.kind + " " + std::to_string(c.tid) + " " + std::to_string(c.status) + "\n";
-        return out;
-    }
-
-private:
-    Inbox<Call> mCalls;
-};
-
-Sink& sink() {
-    static Sink* instance = new Sink();  // never destroyed: callbacks may run until exit
-    return *instance;
+Inbox<Call>& calls() {
+    static auto* inbox = new Inbox<Call>();  // never destroyed: callbacks may run until exit
+    return *inbox;
+}
+void add(const char* kind, long tid, int status) {
+    calls().put({kind, tid, status, std::this_thread::get_id()});
+}
+std::vector<Call> callsOf(const std::string& kind) {
+    std::vector<Call> out;
+    for (const auto& c : calls().get())
+        if (kind.empty() || c.kind == kind) out.push_back(c);
+    return out;
+}
+// The first call of `kind` (with `tid`, unless -1); kind "" after 20 s.
+Call waitForCall(const std::string& kind, long tid = -1) {
+    Call found;
+    calls().waitUntil(
+        [&](const std::vector<Call>& all) {
+            for (const auto& c : all)
+                if (c.kind == kind && (tid == -1 || c.tid == tid)) return found = c, true;
+            return false;
+        },
+        kDeadline);
+    return found;
+}
+size_t downs() {
+    size_t n = 0;
+    for (const auto& c : callsOf("status")) n += c.status == RUX_STATUS_SERVICE_DOWN;
+    return n;
+}
+std::string dumpCalls() {
+    std::string out;
+    for (const auto& c : callsOf(""))
+        out += "  " + c.kind + " " + std::to_string(c.tid) + " " + std::to_string(c.status) + "\n";
+    return out;
 }
 
-void onStatus(status_e s) { sink().add("status", 0, s); }
-void onResponse(int tid, status_e s) { sink().add("response", tid, s); }
-void onResponseB(int tid, status_e s) { sink().add("responseB", tid, s); }
-void onGetHst(int tid, status_e s, hst_state_e) { sink().add("hst", tid, s); }
+void onStatus(status_e s) { add("status", 0, s); }
+void onResponse(int tid, status_e s) { add("response", tid, s); }
+void onResponseB(int tid, status_e s) { add("responseB", tid, s); }
+void onGetHst(int tid, status_e s, hst_state_e) { add("hst", tid, s); }
 
 // rux-sim on a private socket, the library pointed at it and registered.
 class ClientE2E : public ::testing::Test {
@@ -110,8 +103,8 @@ TEST_F(ClientE2E, BurstRightAfterRegisteringFollowsItAndADropIsReportedOnce) {
     for (int i = 0; i < 120; ++i)
         ASSERT_EQ(i % 2 ? set_hst_state(RUX_HST_STATE_SET, onResponse) : get_hst_state(onGetHst),
                   3 + 2 * i);
-    const Call answered = sink().waitFor("response", 5);
-    EXPECT_EQ(answered.status, 0) << sink().dump();
+    const Call answered = waitForCall("response", 5);
+    EXPECT_EQ(answered.status, 0) << dumpCalls();
     EXPECT_NE(answered.thread, std::this_thread::get_id());
     ASSERT_TRUE(sim->waitForCount("request session=", 10)) << sim->dump();
     const auto requests = simLines("request session=");
@@ -120,13 +113,13 @@ TEST_F(ClientE2E, BurstRightAfterRegisteringFollowsItAndADropIsReportedOnce) {
     for (size_t i = 0; i < std::size(expected); ++i)
         EXPECT_NE(requests.at(i).find(expected[i]), std::string::npos) << requests[i];
     ASSERT_EQ(sim->command("drop"), "ok dropped=1");
-    ASSERT_EQ(sink().waitFor("status").status, RUX_STATUS_SERVICE_DOWN) << sink().dump();
+    ASSERT_EQ(waitForCall("status").status, RUX_STATUS_SERVICE_DOWN) << dumpCalls();
 
     const int after = set_hst_state(RUX_HST_STATE_NOT_SET, onResponseB);
-    EXPECT_EQ(sink().waitFor("responseB", after).status, 0) << sink().dump() << sim->dump();
+    EXPECT_EQ(waitForCall("responseB", after).status, 0) << dumpCalls() << sim->dump();
     // The first connection's receiver has ended (its last line): every report is made.
     ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
-    EXPECT_EQ(sink().downs(), 1u) << sink().dump();
+    EXPECT_EQ(downs(), 1u) << dumpCalls();
     EXPECT_EQ(simLines("connected session=").size(), 2u) << sim->dump();
 }
 
@@ -141,7 +134,7 @@ Gate& gate() {
     return *g;
 }
 void onResponseHeld(int tid, status_e s) {
-    sink().add("held", tid, s);
+    add("held", tid, s);
     gate().entered.set_value();
     gate().opened.wait_for(60s);
 }
@@ -162,27 +155,27 @@ TEST_F(ClientE2E, SendToAGoneServiceEndsTheSessionEvenIfTheReceiverCannotNotice)
     ASSERT_TRUE(sim->waitForLine("disconnected session=")) << sim->dump();
 
     const int lost = set_hst_state(RUX_HST_STATE_NOT_SET, onResponse);  // meets the dead socket
-    const Call down = sink().waitFor("status");
-    ASSERT_EQ(down.status, RUX_STATUS_SERVICE_DOWN) << sink().dump() << log.dump();
-    EXPECT_NE(down.thread, sink().of("held").at(0).thread);  // not the held receiver
+    const Call down = waitForCall("status");
+    ASSERT_EQ(down.status, RUX_STATUS_SERVICE_DOWN) << dumpCalls() << log.dump();
+    EXPECT_NE(down.thread, callsOf("held").at(0).thread);  // not the held receiver
     const auto failure = log.matching("send: failure, errno: 32(Broken pipe)");
     ASSERT_EQ(failure.size(), 1u) << log.dump();
     EXPECT_EQ(failure[0].priority, ANDROID_LOG_ERROR);
     EXPECT_EQ(log.matching("Error 1st recv").size(), 0u);  // the receiver is still held
 
     const int next = get_hst_state(onGetHst);
-    EXPECT_EQ(sink().waitFor("hst", next).status, 0) << sink().dump() << sim->dump();
+    EXPECT_EQ(waitForCall("hst", next).status, 0) << dumpCalls() << sim->dump();
 
     // Released, the old receiver reads what is left and ends without a second report.
     openGate();
     ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
     const int last = set_subway_state(RUX_SUBWAY_STATE_IN_SUBWAY, onResponseB);
-    EXPECT_EQ(sink().waitFor("responseB", last).status, 0) << sink().dump() << sim->dump();
-    EXPECT_EQ(sink().downs(), 1u) << sink().dump();
+    EXPECT_EQ(waitForCall("responseB", last).status, 0) << dumpCalls() << sim->dump();
+    EXPECT_EQ(downs(), 1u) << dumpCalls();
     EXPECT_EQ(simLines("connected session=").size(), 2u) << sim->dump();
     EXPECT_EQ(sim->count("tid=" + std::to_string(lost) + " "), 0u);
-    EXPECT_EQ(sink().of("held").size(), 1u);
-    EXPECT_EQ(sink().of("held").at(0).tid, held);
+    EXPECT_EQ(callsOf("held").size(), 1u);
+    EXPECT_EQ(callsOf("held").at(0).tid, held);
 }
 
 }  // namespace
