@@ -31,10 +31,6 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mItems;
     }
-    size_t size() const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mItems.size();
-    }
     void clear() {
         std::lock_guard<std::mutex> lock(mMutex);
         mItems.clear();

@@ -241,7 +241,7 @@ protected:
     }
     // Joins with a first blob and waits until the service has it and SERVICE_UP is heard.
     std::shared_ptr<SdkClient> joinConnected(int t, const std::string& blob) {
-        const size_t nBlobs = blobs.size(), nHeard = heard.size();
+        const size_t nBlobs = blobs.get().size(), nHeard = heard.get().size();
         auto sdk = join(t, blob);
         EXPECT_TRUE(sdk && blobs.waitFor(nBlobs + 1) && heard.waitFor(nHeard + 1));
         return sdk;
@@ -303,7 +303,7 @@ TEST_F(SdkClientTest, RetiringTheLastTypeCutsShortAConnectInProgress) {
     SdkClient::destroyInstance(type(4));
     EXPECT_EQ(SdkClient::instance(), nullptr);
     EXPECT_FALSE(sdk->isRunning());
-    EXPECT_EQ(heard.size(), 0u);  // no SERVICE_DOWN for a connect that was called off
+    EXPECT_TRUE(heard.get().empty());  // no SERVICE_DOWN for a connect that was called off
     EXPECT_FALSE(log.contains("Max retry reached"));
 }
 
