@@ -156,7 +156,9 @@ void RuxIpcSession::handleBufferedFrame(const ipcMsg_t& header, const uint8_t* p
     raw->borrowed = payload;
     raw->borrowedSize = static_cast<size_t>(header.length);
     postIncoming(header, raw);
-    raw->ownPayload();  // in case anything kept it
+    // A message still held after its handling gets the bytes as its own; one nobody kept
+    // is dropped here without copying them.
+    if (raw.use_count() > 1) raw->ownPayload();
 }
 
 void RuxIpcSession::postIncoming(const ipcMsg_t& header,
