@@ -120,6 +120,8 @@ TEST_F(ClientE2E, BurstRightAfterRegisteringFollowsItAndADropIsReportedOnce) {
     // The first connection's receiver has ended (its last line): every report is made.
     ASSERT_TRUE(log.waitForText("ipc recv error:")) << log.dump();
     EXPECT_EQ(downs(), 1u) << dumpCalls();
+    // The simulator's line may still be on its way through the pipe after its reply.
+    ASSERT_TRUE(sim->waitForLine("connected session=2 process=")) << sim->dump();
     EXPECT_EQ(simLines("connected session=").size(), 2u) << sim->dump();
 }
 
@@ -172,6 +174,8 @@ TEST_F(ClientE2E, SendToAGoneServiceEndsTheSessionEvenIfTheReceiverCannotNotice)
     const int last = set_subway_state(RUX_SUBWAY_STATE_IN_SUBWAY, onResponseB);
     EXPECT_EQ(waitForCall("responseB", last).status, 0) << dumpCalls() << sim->dump();
     EXPECT_EQ(downs(), 1u) << dumpCalls();
+    // The simulator's line may still be on its way through the pipe after its reply.
+    ASSERT_TRUE(sim->waitForLine("connected session=2 process=")) << sim->dump();
     EXPECT_EQ(simLines("connected session=").size(), 2u) << sim->dump();
     EXPECT_EQ(sim->count("tid=" + std::to_string(lost) + " "), 0u);
     EXPECT_EQ(callsOf("held").size(), 1u);
