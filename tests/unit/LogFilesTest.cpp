@@ -52,8 +52,8 @@ TEST_F(LogFilesTest, ReviewOfTheFilesAlreadyThere) {
         int expectedIndex;
         std::vector<std::string> remaining;  // the new file included
     } cases[] = {
-        // Of four, the three newest stay; the next index follows the newest.
-        {{{"04", 5}, {"03", 10}, {"02", 20}, {"01", 4000}}, 5, {"02", "03", "04", "05"}},
+        // Of four, none stale, the three newest stay; the next index follows the newest.
+        {{{"04", 5}, {"03", 10}, {"02", 20}, {"01", 30}}, 5, {"02", "03", "04", "05"}},
         {{{"06", 10}, {"02", 7200}}, 7, {"06", "07"}},      // the stale one goes
         {{{"09", 30}, {"08", 60}}, 0, {"00", "08", "09"}},  // after 9 comes 0
         {{{"013", 1}}, 4, {"013", "04"}},                   // only the last digit counts
