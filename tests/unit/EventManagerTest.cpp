@@ -162,6 +162,7 @@ TEST_F(EventManagerTest, ReusedNumberKeepsItsNewRegistrationUntilItHangsUp) {
     SocketPair second;
     ASSERT_EQ(second.local, number) << "the lowest free number is handed out again";
     ASSERT_TRUE(add(second, journal_));
+    EXPECT_FALSE(add(second, journal_));  // one registration per number
     for (int round = 0; round < 2; ++round) {
         second.poke();
         pass();

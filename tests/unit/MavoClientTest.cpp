@@ -353,6 +353,15 @@ TEST_F(ClientApiTest, BadArgumentsAreAnsweredByTheLibraryAndNeverSent) {
     register_rux_client(nullptr);
     EXPECT_EQ(MavoClient::getInstance(), nullptr);
     EXPECT_NE(log.findEndingWith("User cb function null").priority, -1);
+    // Each set_* request offers its callback as the fallback, even one refused.
+    for (const auto& row : rows) {
+        register_rux_client(onStatus);
+        row.call();
+        EXPECT_EQ(MavoClient::getInstance()->fallbackCallback(), row.returns ? nullptr : onPlain)
+            << &row - rows;
+        deregister_rux_client();
+    }
+    gCalls.clear();
 
     registerWithService();
     Lines expected;

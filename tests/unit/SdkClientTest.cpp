@@ -14,6 +14,7 @@
 
 #include "SdkTestSupport.h"
 #include "ipc/RuxIpcServer.h"
+#include "sdk/SdkBase.h"
 #include "sdk/SdkClient.h"
 
 namespace {
@@ -206,6 +207,26 @@ TEST_F(SdkClientBaseTest, NoticesAndBlobsReachTheirListeners) {
     EXPECT_EQ(error.priority, ANDROID_LOG_ERROR);
 }
 
+// A set-up that fails is told once: -3 to the second callback if it is set, else 2 to the first.
+Lines gSetUpFailures;
+void firstFailed(int s) { gSetUpFailures.push_back("first " + std::to_string(s)); }
+void secondFailed(int s) { gSetUpFailures.push_back("second " + std::to_string(s)); }
+struct SetUpReporter : rux::sdk::SdkBase {
+    explicit SetUpReporter(bool second) {
+        mSetupFailedCallback = firstFailed;
+        if (second) mSetupFailedCallbackV2 = secondFailed;
+    }
+    void blobListener(SdkStatus, const Bytes&) override {}
+};
+
+TEST(SdkBaseTest, FailedSetUpIsToldToOneCallbackWithItsOwnValue) {
+    for (bool second : {true, false}) {
+        rux::sdk::failNextThreadStart();
+        EXPECT_EQ(SetUpReporter(second).createSdkInstance(type(4), nullptr, nullptr), nullptr);
+    }
+    EXPECT_EQ(gSetUpFailures, (Lines{"second -3", "first 2"}));
+}
+
 // Client types -1 to 12 as "<process id>/<wire type>", and wire types 0 to 10 and the
 // largest one back: not the inverse, as 6 and 8 have no wire type of their own.
 TEST(SdkClientTablesTest, ClientTypesMapToProcessIdAndWireTypeAndWireTypesBack) {
@@ -282,9 +303,11 @@ TEST_F(SdkClientTest, TypesConnectOnDemandTradeBlobsByWireTypeAndRetire) {
     ASSERT_EQ(static_cast<int>(peer104.peerProcessId()), 104);
     ASSERT_TRUE(peer104.sendFrame(0, 5, Bytes{1, 2}));  // too short for the client kind
     ASSERT_TRUE(peer104.sendBlob(static_cast<RuxSdkType>(6), Bytes{'r', 'e'}));
-    ASSERT_TRUE(heard.waitFor(4));
+    const std::string big(20000, 'x');  // more than the receiver reads ahead
+    ASSERT_TRUE(peer104.sendBlob(static_cast<RuxSdkType>(6), Bytes(big.begin(), big.end())));
+    ASSERT_TRUE(heard.waitFor(5));
     EXPECT_EQ(heard.get(), (Lines{"4 SERVICE_UP @sdk", "7 SERVICE_UP @sdk", "6 SERVICE_UP @sdk",
-                                  "7 RESPONSE re"}));
+                                  "7 RESPONSE re", "7 RESPONSE " + big}));
 
     SdkClient::destroyInstance(type(7));
     EXPECT_EQ(SdkClient::instance(), sdk);
